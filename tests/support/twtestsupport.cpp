@@ -1,0 +1,164 @@
+#include "twtestsupport.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QMutexLocker>
+
+namespace TWTest {
+
+TempWorkDir::TempWorkDir()
+    : _previous(QDir::currentPath())
+{
+    if (_dir.isValid())
+        QDir::setCurrent(_dir.path());
+}
+
+TempWorkDir::~TempWorkDir()
+{
+    QDir::setCurrent(_previous);
+}
+
+bool TempWorkDir::isValid() const
+{
+    return _dir.isValid();
+}
+
+QString TempWorkDir::path() const
+{
+    return _dir.path();
+}
+
+QString TempWorkDir::filePath(const QString& name) const
+{
+    return _dir.filePath(name);
+}
+
+QStringList TempWorkDir::files(const QStringList& nameFilters) const
+{
+    return QDir(_dir.path()).entryList(nameFilters, QDir::Files | QDir::Hidden, QDir::Name);
+}
+
+bool TempWorkDir::writeFile(const QString& name, const QByteArray& content) const
+{
+    QFile file(filePath(name));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    return file.write(content) == content.size();
+}
+
+QByteArray TempWorkDir::readFile(const QString& name) const
+{
+    QFile file(filePath(name));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return file.readAll();
+}
+
+bool RecordingLogger::writeLog(const QString& msg, QtMsgType type, const QString& file, int line,
+                               const QString& function)
+{
+    QMutexLocker locker(&_mutex);
+    _records.append({msg, type, file, line, function});
+    return _result;
+}
+
+bool RecordingLogger::writeLog(QtMsgType type, const QMessageLogContext&, const QString& msg)
+{
+    return writeLog(msg, type, QString(), 0, QString());
+}
+
+QList<LogRecord> RecordingLogger::records() const
+{
+    QMutexLocker locker(&_mutex);
+    return _records;
+}
+
+QStringList RecordingLogger::messages() const
+{
+    QMutexLocker locker(&_mutex);
+    QStringList out;
+    for (const LogRecord& r : _records)
+        out.append(r.msg);
+    return out;
+}
+
+void RecordingLogger::clear()
+{
+    QMutexLocker locker(&_mutex);
+    _records.clear();
+}
+
+void RecordingLogger::setResult(bool result)
+{
+    QMutexLocker locker(&_mutex);
+    _result = result;
+}
+
+namespace {
+QMutex captureMutex;
+QList<MessageCapture::Message> captured;
+QtMessageHandler previousHandler = nullptr;
+
+void captureHandler(QtMsgType type, const QMessageLogContext&, const QString& text)
+{
+    QMutexLocker locker(&captureMutex);
+    captured.append({type, text});
+}
+} // namespace
+
+MessageCapture::MessageCapture()
+{
+    clear();
+    previousHandler = qInstallMessageHandler(captureHandler);
+}
+
+MessageCapture::~MessageCapture()
+{
+    qInstallMessageHandler(previousHandler);
+}
+
+QList<MessageCapture::Message> MessageCapture::messages() const
+{
+    QMutexLocker locker(&captureMutex);
+    return captured;
+}
+
+QStringList MessageCapture::texts() const
+{
+    QStringList out;
+    for (const Message& m : messages())
+        out.append(m.text);
+    return out;
+}
+
+void MessageCapture::clear()
+{
+    QMutexLocker locker(&captureMutex);
+    captured.clear();
+}
+
+ProcessResult runProcess(const QString& program, const QStringList& arguments,
+                         const QString& workingDirectory, int timeoutMs)
+{
+    ProcessResult result;
+    QProcess process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    if (!workingDirectory.isEmpty())
+        process.setWorkingDirectory(workingDirectory);
+    process.start(program, arguments);
+    result.started = process.waitForStarted(timeoutMs);
+    if (!result.started)
+        return result;
+    process.waitForFinished(timeoutMs);
+    result.out = process.readAllStandardOutput();
+    result.err = process.readAllStandardError();
+    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    return result;
+}
+
+QString helperPath(const QString& name)
+{
+    return QStringLiteral(TW_TEST_HELPER_DIR) + QLatin1Char('/') + name;
+}
+
+} // namespace TWTest

@@ -1,0 +1,114 @@
+#ifndef TWTESTSUPPORT_H
+#define TWTESTSUPPORT_H
+
+#include <twinterfaces.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QList>
+#include <QtCore/QMutex>
+#include <QtCore/QProcess>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QTemporaryDir>
+
+namespace TWTest {
+
+/*!
+ * A fresh temporary folder that is also the current folder for the lifetime of
+ * the object; the previous current folder comes back on destruction.
+ */
+class TempWorkDir
+{
+public:
+    TempWorkDir();
+    ~TempWorkDir();
+    TempWorkDir(const TempWorkDir&) = delete;
+    TempWorkDir& operator=(const TempWorkDir&) = delete;
+
+    bool isValid() const;
+    QString path() const;
+    /*! Absolute path of \a name inside the folder. */
+    QString filePath(const QString& name) const;
+    /*! Names of the plain files in the folder, sorted. */
+    QStringList files(const QStringList& nameFilters = {}) const;
+    /*! Writes \a content to \a name in the folder; false on failure. */
+    bool writeFile(const QString& name, const QByteArray& content = {}) const;
+    QByteArray readFile(const QString& name) const;
+
+private:
+    QTemporaryDir _dir;
+    QString _previous;
+};
+
+/*! One call of a logger, as a RecordingLogger keeps it. */
+struct LogRecord
+{
+    QString msg;
+    QtMsgType type;
+    QString file;
+    int line;
+    QString function;
+};
+
+/*! A logger that keeps what it is given, for tests of the classes that report through one. */
+class RecordingLogger : public TWLoggerIface
+{
+public:
+    bool writeLog(const QString& msg, QtMsgType type, const QString& file, int line,
+                  const QString& function) override;
+    bool writeLog(QtMsgType type, const QMessageLogContext& context, const QString& msg) override;
+
+    QList<LogRecord> records() const;
+    QStringList messages() const;
+    void clear();
+
+    /*! What writeLog answers from now on. */
+    void setResult(bool result);
+
+private:
+    mutable QMutex _mutex;
+    QList<LogRecord> _records;
+    bool _result = true;
+};
+
+/*!
+ * Captures Qt's messages (qDebug, qWarning, ...) while it lives, and restores
+ * the previous handler afterwards.
+ */
+class MessageCapture
+{
+public:
+    MessageCapture();
+    ~MessageCapture();
+    MessageCapture(const MessageCapture&) = delete;
+    MessageCapture& operator=(const MessageCapture&) = delete;
+
+    struct Message
+    {
+        QtMsgType type;
+        QString text;
+    };
+    QList<Message> messages() const;
+    QStringList texts() const;
+    void clear();
+};
+
+/*! Output and exit of a child program. */
+struct ProcessResult
+{
+    bool started = false;
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+/*! Runs \a program with \a arguments to its end (no standard input) and returns what it printed. */
+ProcessResult runProcess(const QString& program, const QStringList& arguments,
+                         const QString& workingDirectory = QString(), int timeoutMs = 60000);
+
+/*! Path of a helper program built beside the tests. */
+QString helperPath(const QString& name);
+
+} // namespace TWTest
+
+#endif // TWTESTSUPPORT_H

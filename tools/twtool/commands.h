@@ -1,0 +1,13 @@
+#ifndef TWTOOL_COMMANDS_H
+#define TWTOOL_COMMANDS_H
+
+#include <QtCore/QStringList>
+
+// One entry point per command family. Each takes the whole argument list with
+// the program and command words first ("twtool", "log", ...) and returns the
+// exit status: 0 success, 1 the work failed, 2 usage error.
+
+int runLogCommand(const QStringList& arguments);
+int runDemoCommand(const QStringList& arguments);
+
+#endif // TWTOOL_COMMANDS_H

@@ -1,0 +1,59 @@
+#ifndef TWINTERFACES_H
+#define TWINTERFACES_H
+
+#include "twglobal.h"
+
+#include <QtCore/qlogging.h>
+#include <QtCore/qstring.h>
+
+// The abstract faces of the library. They live in the global namespace so that
+// host code can implement them without pulling in the TW namespace.
+
+class TWLoggerIface;
+
+/*!
+ * What code outside the class tree sees of a named object: its logger, its
+ * last error and its process-wide unique name.
+ */
+class TWBASELIB_EXPORT TWObjectIface
+{
+public:
+    virtual ~TWObjectIface();
+
+    /*! Sets the logger that receives this object's reports; null means the global logger. */
+    virtual void setLogger(TWLoggerIface* logger) = 0;
+    /*! The object's own logger, or null when it reports to the global one. */
+    virtual TWLoggerIface* logger() = 0;
+    /*! True while a last error stands (it is never cleared by a later success). */
+    virtual bool isThereError() = 0;
+    /*! Text of the last failure; empty when none stands. */
+    virtual const QString& lastErrorStr() = 0;
+    /*! Gives the object a unique name and returns the name it actually got. */
+    virtual const QString& setName(const QString& name) = 0;
+    /*! The object's unique name. */
+    virtual const QString& name() = 0;
+};
+
+/*!
+ * A sink for log lines. TW::TWLogger is the library's implementation; a host may
+ * put its own behind this interface and hand it to TW::TWObject::setLogger.
+ */
+class TWBASELIB_EXPORT TWLoggerIface
+{
+public:
+    virtual ~TWLoggerIface();
+
+    /*!
+     * Logs \a msg at level \a type with its source location. Returns false when
+     * the line could not be written.
+     */
+    virtual bool writeLog(const QString& msg, QtMsgType type, const QString& file, int line,
+                          const QString& function) = 0;
+    /*!
+     * The shape of a Qt message handler, so that a host can forward Qt's own
+     * messages: the context is ignored and the line names no source location.
+     */
+    virtual bool writeLog(QtMsgType type, const QMessageLogContext& context, const QString& msg) = 0;
+};
+
+#endif // TWINTERFACES_H

@@ -1,0 +1,549 @@
+#include "twlogger.h"
+
+#include <QtCore/qdatetime.h>
+#include <QtCore/qdir.h>
+#include <QtCore/qfileinfo.h>
+
+#include <atomic>
+#include <cstdio>
+#include <new>
+#include <vector>
+
+namespace TW {
+
+TWLogger* TWLogger::glb_pInstance = nullptr;
+
+namespace {
+
+constexpr qsizetype MessageWidth = 500;
+
+const char* levelWord(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg:    return "DEBUG   ";
+    case QtWarningMsg:  return "WARNING ";
+    case QtCriticalMsg: return "CRITICAL";
+    case QtFatalMsg:    return "FATAL   ";
+    case QtInfoMsg:     return "INFO    ";
+    }
+    return "UNKNOWN ";
+}
+
+// The logger's own reports and the echo share standard output. Byte strings
+// stop at their first zero, as the file writes do.
+void printLine(const QString& text)
+{
+    const QByteArray bytes = text.toLocal8Bit();
+    std::fputs(bytes.constData(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+// --- Date text ---------------------------------------------------------------
+//
+// QDateTime::currentDateTime().toString(format) spends most of its time finding
+// the local time zone and interpreting the format. The logger formats a date
+// per line, so common numeric formats take a shorter road: the format is parsed
+// once per thread, the local offset from UTC is looked up once per second, and
+// the fields are written directly. Anything outside that subset (names of days
+// and months, AM/PM, time zones, quoted text, a single 'z') goes through
+// QDateTime, so the characters are always Qt's.
+
+enum class Field : char { Literal, Day, Month, Year2, Year4, Hour, Minute, Second, Msec3 };
+
+struct DateToken
+{
+    Field field;
+    char width;   // 1 = no padding, 2 = two digits (numeric fields)
+    QString text; // Literal only
+};
+
+struct ParsedFormat
+{
+    QString format;
+    std::vector<DateToken> tokens;
+    bool fast = false;
+    bool valid = false;
+};
+
+int runLength(const QChar* p, const QChar* end)
+{
+    const QChar c = *p;
+    int n = 1;
+    while (p + n < end && p[n] == c)
+        ++n;
+    return n;
+}
+
+// Letters that QDateTime::toString interprets, plus the quote; a format that
+// uses any of them outside the fast subset is left to Qt.
+bool isFormatLetter(char16_t c)
+{
+    switch (c) {
+    case u'd': case u'M': case u'y': case u'h': case u'H': case u'm': case u's': case u'z':
+    case u'a': case u'A': case u'p': case u'P': case u't': case u'\'':
+        return true;
+    default:
+        return false;
+    }
+}
+
+void parseFormat(ParsedFormat& parsed, const QString& format)
+{
+    parsed.format = format;
+    parsed.tokens.clear();
+    parsed.valid = true;
+    parsed.fast = false;
+
+    const QChar* p = format.constData();
+    const QChar* const end = p + format.size();
+    auto addLiteral = [&parsed](const QChar* from, qsizetype n) {
+        if (!parsed.tokens.empty() && parsed.tokens.back().field == Field::Literal)
+            parsed.tokens.back().text.append(from, n);
+        else
+            parsed.tokens.push_back({Field::Literal, 0, QString(from, n)});
+    };
+
+    while (p < end) {
+        const char16_t c = p->unicode();
+        const int run = runLength(p, end);
+        int used = 0;
+        switch (c) {
+        case u'd':
+        case u'M':
+            if (run > 2)
+                return; // day and month names
+            parsed.tokens.push_back({c == u'd' ? Field::Day : Field::Month, char(run), {}});
+            used = run;
+            break;
+        case u'y':
+            if (run >= 4) {
+                parsed.tokens.push_back({Field::Year4, 4, {}});
+                used = 4;
+            } else if (run >= 2) {
+                parsed.tokens.push_back({Field::Year2, 2, {}});
+                used = 2;
+            } else {
+                addLiteral(p, 1);
+                used = 1;
+            }
+            break;
+        case u'h': // without AM/PM (which falls back) 'h' is the 24-hour clock
+        case u'H':
+        case u'm':
+        case u's':
+            used = qMin(run, 2);
+            parsed.tokens.push_back({c == u'm' ? Field::Minute : c == u's' ? Field::Second : Field::Hour,
+                                     char(used), {}});
+            break;
+        case u'z':
+            if (run < 3)
+                return; // single 'z' changed meaning across Qt versions
+            parsed.tokens.push_back({Field::Msec3, 3, {}});
+            used = 3;
+            break;
+        default:
+            if (isFormatLetter(c))
+                return;
+            addLiteral(p, 1);
+            used = 1;
+            break;
+        }
+        p += used;
+    }
+    parsed.fast = true;
+}
+
+// Offset of local time from UTC at a given second, cached for the last second
+// asked: seconds and offset packed in one word so readers need no lock.
+int localOffsetAt(qint64 secs)
+{
+    static std::atomic<quint64> cache{~quint64(0)};
+    constexpr int OffsetBias = 1 << 19;
+
+    const quint64 packed = cache.load(std::memory_order_relaxed);
+    if (packed != ~quint64(0) && qint64(packed >> 20) == secs)
+        return int(packed & 0xFFFFF) - OffsetBias;
+
+    const int offset = QDateTime::fromSecsSinceEpoch(secs, Qt::LocalTime).offsetFromUtc();
+    if (secs >= 0 && secs < (qint64(1) << 43) && offset > -OffsetBias && offset < OffsetBias)
+        cache.store((quint64(secs) << 20) | quint64(offset + OffsetBias), std::memory_order_relaxed);
+    return offset;
+}
+
+// Proleptic Gregorian date of a day count from 1970-01-01.
+void civilFromDays(qint64 days, int& year, int& month, int& day)
+{
+    days += 719468;
+    const qint64 era = (days >= 0 ? days : days - 146096) / 146097;
+    const qint64 doe = days - era * 146097;
+    const qint64 yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const qint64 doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const qint64 mp = (5 * doy + 2) / 153;
+    day = int(doy - (153 * mp + 2) / 5 + 1);
+    month = int(mp < 10 ? mp + 3 : mp - 9);
+    year = int(yoe + era * 400 + (month <= 2 ? 1 : 0));
+}
+
+inline QChar* putNumber(QChar* out, int value, int width)
+{
+    char digits[8];
+    int n = 0;
+    do {
+        digits[n++] = char('0' + value % 10);
+        value /= 10;
+    } while (value);
+    while (n < width)
+        digits[n++] = '0';
+    while (n)
+        *out++ = QLatin1Char(digits[--n]);
+    return out;
+}
+
+const ParsedFormat& parsedFormat(const QString& format)
+{
+    thread_local ParsedFormat parsed;
+    if (!parsed.valid || parsed.format != format)
+        parseFormat(parsed, format);
+    return parsed;
+}
+
+// Appends the date text to \a out; false when the format is outside the fast subset.
+bool appendFastDate(QString& out, qint64 msecs, const ParsedFormat& parsed)
+{
+    if (!parsed.fast)
+        return false;
+
+    const qint64 secs = msecs >= 0 ? msecs / 1000 : (msecs - 999) / 1000;
+    const int msec = int(msecs - secs * 1000);
+    const qint64 local = secs + localOffsetAt(secs);
+    const qint64 days = local >= 0 ? local / 86400 : (local - 86399) / 86400;
+    const int secOfDay = int(local - days * 86400);
+    int year, month, day;
+    civilFromDays(days, year, month, day);
+    if (year < 1 || year > 9999)
+        return false;
+
+    qsizetype need = 0;
+    for (const DateToken& t : parsed.tokens)
+        need += t.field == Field::Literal ? t.text.size() : 4;
+    const qsizetype start = out.size();
+    out.resize(start + need);
+    QChar* w = out.data() + start;
+    for (const DateToken& t : parsed.tokens) {
+        switch (t.field) {
+        case Field::Literal:
+            std::copy(t.text.constData(), t.text.constData() + t.text.size(), w);
+            w += t.text.size();
+            break;
+        case Field::Day:    w = putNumber(w, day, t.width); break;
+        case Field::Month:  w = putNumber(w, month, t.width); break;
+        case Field::Year2:  w = putNumber(w, year % 100, 2); break;
+        case Field::Year4:  w = putNumber(w, year, 4); break;
+        case Field::Hour:   w = putNumber(w, secOfDay / 3600, t.width); break;
+        case Field::Minute: w = putNumber(w, secOfDay / 60 % 60, t.width); break;
+        case Field::Second: w = putNumber(w, secOfDay % 60, t.width); break;
+        case Field::Msec3:  w = putNumber(w, msec, 3); break;
+        }
+    }
+    out.truncate(w - out.constData());
+    return true;
+}
+
+void appendDate(QString& out, qint64 msecs, const QString& format)
+{
+    if (!appendFastDate(out, msecs, parsedFormat(format)))
+        out += QDateTime::fromMSecsSinceEpoch(msecs, Qt::LocalTime).toString(format);
+}
+
+bool containsMarker(QStringView text)
+{
+    return text.contains(u'%');
+}
+
+} // namespace
+
+QString Internal::formatLocalDateTime(qint64 msecsSinceEpoch, const QString& format)
+{
+    QString out;
+    appendDate(out, msecsSinceEpoch, format);
+    return out;
+}
+
+TWLogger::TWLogger()
+    : _isInitialized(false)
+    , _filePath(QStringLiteral("."))
+    , _fileName(QStringLiteral("twoutput.log"))
+    , _dateFormat(QStringLiteral("dd/MM/yy hh:mm:ss.zzz"))
+    , _maxFileSize(10485760)
+    , _lineEndSepa(QStringLiteral("\r\n"))
+    , _consoleOutput(true)
+    , _acceptedLogLevels({QtInfoMsg, QtWarningMsg, QtCriticalMsg, QtFatalMsg})
+{
+}
+
+TWLogger::~TWLogger()
+{
+    _uninitialize();
+}
+
+TWLogger* TWLogger::globalInstance()
+{
+    if (!glb_pInstance) {
+        glb_pInstance = new (std::nothrow) TWLogger();
+        if (!glb_pInstance)
+            qFatal("Couldn't allocate global logger instance!");
+    }
+    return glb_pInstance;
+}
+
+bool TWLogger::writeLog(const QString& msg, QtMsgType type, const QString& file, int line,
+                        const QString& function)
+{
+    _locker.lock();
+    if (!_acceptedLogLevels.contains(int(type))) {
+        _locker.unlock();
+        return true;
+    }
+    if (_consoleOutput)
+        printLine(msg);
+    _locker.unlock();
+
+    // The line is built unlocked; only the write below is serialised.
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const char* const word = levelWord(type);
+    const qsizetype padding = qMax<qsizetype>(0, MessageWidth - msg.size());
+
+    QString text;
+    text.reserve(32 + msg.size() + padding + file.size() + function.size() + 64);
+    appendDate(text, now, _dateFormat);
+
+    // A '%' in the date, the message or the file takes part in the successive
+    // QString::arg calls that define the line; the direct build below gives the
+    // same text only when none of them holds one.
+    if (!containsMarker(text) && !containsMarker(msg) && !containsMarker(file)) {
+        text += u' ';
+        text += QLatin1String(word, 8);
+        text += QLatin1String(" - ");
+        text += msg;
+        text.resize(text.size() + padding, u' ');
+        text += QLatin1String(" - in '");
+        text += file;
+        text += QLatin1String("' file, line: ");
+        if (line >= 0 && line <= 99999) {
+            char digits[5];
+            for (int i = 4, v = line; i >= 0; --i, v /= 10)
+                digits[i] = char('0' + v % 10);
+            text += QLatin1String(digits, 5);
+        } else {
+            text += QStringLiteral("%1").arg(line, 5, 10, QLatin1Char('0'));
+        }
+        text += QLatin1String(", function: '");
+        text += function;
+        text += u'\'';
+    } else {
+        const QString dateText = text;
+        text = QStringLiteral("%1 %2 - %3 - in '%4' file, line: %5, function: '%6'")
+                   .arg(dateText)
+                   .arg(QLatin1String(word, 8))
+                   .arg(msg.leftJustified(MessageWidth, u' '))
+                   .arg(file)
+                   .arg(line, 5, 10, QLatin1Char('0'))
+                   .arg(function);
+    }
+    return _writeLine(text);
+}
+
+bool TWLogger::writeLog(QtMsgType type, const QMessageLogContext& context, const QString& msg)
+{
+    Q_UNUSED(context)
+    return writeLog(QString(msg), type, QString(), 0, QString());
+}
+
+bool TWLogger::_writeLine(const QString& line)
+{
+    const QByteArray bytes = line.toLocal8Bit();
+
+    QMutexLocker locker(&_locker);
+    if (!_isInitialized && !_initialize(false)) {
+        printLine(QStringLiteral("Error on initialize log file! Last log message:") + line);
+        return false;
+    }
+    // Tested before the write, so a line is never split nor refused for its length.
+    if (_file.size() >= _maxFileSize && !_initialize(true)) {
+        printLine(QStringLiteral("Error on reinitialize log file! Last log message:") + line);
+        return false;
+    }
+    // Written as zero-terminated byte strings: a zero character ends the line.
+    _file.write(bytes.constData());
+    _file.write(_lineEndSepa.toLocal8Bit().constData());
+    _file.flush();
+    return true;
+}
+
+bool TWLogger::_initialize(bool reinitialize)
+{
+    _uninitialize();
+
+    QFileInfo info(QDir(_filePath), _fileName);
+    const QDir dir(info.absolutePath());
+    const QString base = info.baseName();
+    const QString nameSuffix = info.completeSuffix();
+
+    QStringList entries = dir.entryList({QStringLiteral("*.%1").arg(info.suffix())}, QDir::Files,
+                                        QDir::NoSort);
+    entries.sort(Qt::CaseInsensitive);
+
+    // The last name in text order that starts with "<base>_" gives the counter.
+    const QString prefix = base + u'_';
+    QString counterText;
+    int counter = -1;
+    for (const QString& entry : std::as_const(entries)) {
+        if (entry.startsWith(prefix, Qt::CaseInsensitive)) {
+            counterText = entry.mid(prefix.size());
+            counterText.chop(nameSuffix.size() + 1);
+        }
+    }
+    if (!counterText.isEmpty()) {
+        bool ok = false;
+        counter = counterText.toInt(&ok, 10);
+        if (!ok) {
+            printLine(QStringLiteral("Invalid log file counter:") + counterText);
+            return false;
+        }
+    }
+    if (counter < 0)
+        counter = 0;
+    else if (reinitialize)
+        ++counter;
+
+    const QString numbered = QStringLiteral("%1_%2.%3")
+                                 .arg(base, QStringLiteral("%1").arg(counter, 4, 10, QLatin1Char('0')),
+                                      nameSuffix);
+    info = QFileInfo(QDir(info.absolutePath()), numbered);
+    _file.setFileName(info.absoluteFilePath());
+    if (!_file.open(QIODevice::WriteOnly | QIODevice::Append)) {
+        printLine(QStringLiteral("Couldn't open log file:") + info.absoluteFilePath());
+        printLine(_file.errorString());
+        return false;
+    }
+    _file.seek(_file.size());
+    _isInitialized = true;
+    return true;
+}
+
+bool TWLogger::_uninitialize()
+{
+    if (_isInitialized) {
+        _file.close();
+        _isInitialized = false;
+    }
+    return true;
+}
+
+QString TWLogger::dateFormat() const
+{
+    return _dateFormat;
+}
+
+void TWLogger::setDateFormat(const QString& dateFormat)
+{
+    if (dateFormat == _dateFormat)
+        return;
+    _dateFormat = dateFormat;
+    _initialize(true);
+}
+
+QString TWLogger::lineEndSepa() const
+{
+    return _lineEndSepa;
+}
+
+void TWLogger::setLineEndSepa(const QString& lineEndSepa)
+{
+    if (lineEndSepa == _lineEndSepa)
+        return;
+    _lineEndSepa = lineEndSepa;
+    _initialize(true);
+}
+
+bool TWLogger::isConsoleOutput() const
+{
+    return _consoleOutput;
+}
+
+void TWLogger::setConsoleOutput(bool consoleOutput)
+{
+    _consoleOutput = consoleOutput;
+}
+
+QList<int> TWLogger::acceptedLogLevelList() const
+{
+    return _acceptedLogLevels;
+}
+
+void TWLogger::addAcceptedLogLevel(int level)
+{
+    if (!_acceptedLogLevels.contains(level))
+        _acceptedLogLevels.append(level);
+}
+
+void TWLogger::removeAcceptedLogLevel(int level)
+{
+    _acceptedLogLevels.removeOne(level);
+}
+
+QString TWLogger::file() const
+{
+    return QFileInfo(QDir(_filePath), _fileName).absoluteFilePath();
+}
+
+void TWLogger::setFile(const QString& file)
+{
+    const QFileInfo info(file);
+    const QString path = info.absolutePath();
+    const QString name = info.fileName();
+    if (path == _filePath && name == _fileName)
+        return;
+    _filePath = path;
+    _fileName = name;
+    _uninitialize();
+}
+
+QString TWLogger::fileName() const
+{
+    return _fileName;
+}
+
+void TWLogger::setFileName(const QString& fileName)
+{
+    if (fileName == _fileName)
+        return;
+    _fileName = fileName;
+    _uninitialize();
+}
+
+QString TWLogger::filePath() const
+{
+    return _filePath;
+}
+
+void TWLogger::setFilePath(const QString& filePath)
+{
+    if (filePath == _filePath)
+        return;
+    _filePath = filePath;
+    _uninitialize();
+}
+
+qint64 TWLogger::maxFileSize() const
+{
+    return _maxFileSize;
+}
+
+void TWLogger::setMaxFileSize(qint64 maxFileSize)
+{
+    _maxFileSize = maxFileSize;
+}
+
+} // namespace TW
