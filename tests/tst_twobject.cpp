@@ -1,4 +1,239 @@
+#include <twlogger.h>
+#include <twobject.h>
+
+#include "twtestsupport.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QThread>
 #include <QtTest/QTest>
-class TstTWObject : public QObject { Q_OBJECT };
+
+#include <memory>
+#include <vector>
+
+using TW::TWObject;
+
+namespace {
+
+// Exposes the protected reporting operations, as a derived class of a host would use them.
+class Probe : public TWObject
+{
+public:
+    using TWObject::TWObject;
+    void fail(const QString& msg) { _setLastError(msg, QStringLiteral("probe.cpp"), 42, QStringLiteral("void fail()")); }
+    bool remark(const QString& msg) { return _writeLog(msg, QtWarningMsg, TW_SOURCE_LOCATION); }
+    void reset() { _resetLastError(); }
+};
+
+// Catches what _setLastError sends, through the virtual _writeLog.
+class Intercepting : public Probe
+{
+public:
+    QStringList seen;
+
+protected:
+    bool _writeLog(const QString& msg, QtMsgType, const QString&, int, const QString&) override
+    {
+        seen << msg;
+        return false;
+    }
+};
+
+} // namespace
+
+class TstTWObject : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void namesAreNumberedOnCollision();
+    void emptyNamesAndReuse();
+    void setNameCollidesWithItself_data();
+    void setNameCollidesWithItself();
+    void copiesShareTheName();
+    void concurrentNamingStaysUnique();
+    void lastErrorIsNeverCleared();
+    void reportsGoToOwnOrGlobalLogger();
+    void derivedWriteLogCatchesErrors();
+    void descriptions();
+};
+
+void TstTWObject::namesAreNumberedOnCollision()
+{
+    auto a = std::make_unique<Probe>(QStringLiteral("Q"));
+    auto b = std::make_unique<Probe>(QStringLiteral("Q"));
+    auto c = std::make_unique<Probe>(QStringLiteral("Q"));
+    QCOMPARE(a->name(), QStringLiteral("Q"));
+    QCOMPARE(b->name(), QStringLiteral("Q00001"));
+    QCOMPARE(c->name(), QStringLiteral("Q00002"));
+
+    b.reset();
+    Probe d(QStringLiteral("Q"));
+    QCOMPARE(d.name(), QStringLiteral("Q00001")); // the freed number comes back first
+    QCOMPARE(TWObject::className(), QStringLiteral("TWObject"));
+}
+
+void TstTWObject::emptyNamesAndReuse()
+{
+    Probe first;
+    Probe second;
+    QCOMPARE(first.name(), QStringLiteral("TWObject00000"));
+    QCOMPARE(second.name(), QStringLiteral("TWObject00001"));
+
+    // Renaming to empty frees the old name and takes a generated one.
+    Probe named(QStringLiteral("Named"));
+    QCOMPARE(named.setName(QString()), QStringLiteral("TWObject00002"));
+    Probe again(QStringLiteral("Named"));
+    QCOMPARE(again.name(), QStringLiteral("Named"));
+}
+
+void TstTWObject::setNameCollidesWithItself_data()
+{
+    QTest::addColumn<QString>("initial");
+    QTest::addColumn<QStringList>("renames");
+    QTest::addColumn<QStringList>("expected");
+    QTest::newRow("same name moves to the next number, then back")
+        << QStringLiteral("Foo") << QStringList{QStringLiteral("Foo"), QStringLiteral("Foo")}
+        << QStringList{QStringLiteral("Foo00001"), QStringLiteral("Foo")};
+    QTest::newRow("a numbered name gets a second number")
+        << QStringLiteral("R00001") << QStringList{QStringLiteral("R00001")}
+        << QStringList{QStringLiteral("R0000100001")};
+}
+
+void TstTWObject::setNameCollidesWithItself()
+{
+    QFETCH(QString, initial);
+    QFETCH(QStringList, renames);
+    QFETCH(QStringList, expected);
+    Probe probe(initial);
+    QCOMPARE(probe.name(), initial);
+    for (int i = 0; i < renames.size(); ++i)
+        QCOMPARE(probe.setName(renames.at(i)), expected.at(i));
+}
+
+void TstTWObject::copiesShareTheName()
+{
+    TWTest::RecordingLogger logger;
+    auto source = std::make_unique<Probe>(QStringLiteral("Shared"));
+    source->setLogger(&logger);
+    source->fail(QStringLiteral("boom"));
+    {
+        Probe copy(*source);
+        QCOMPARE(copy.name(), QStringLiteral("Shared"));
+        QCOMPARE(copy.lastErrorStr(), QStringLiteral("boom"));
+    }
+    // The copy's destruction removed the one registry entry, so the name is free
+    // again although the source still holds it.
+    Probe newcomer(QStringLiteral("Shared"));
+    QCOMPARE(newcomer.name(), QStringLiteral("Shared"));
+    QCOMPARE(source->name(), QStringLiteral("Shared"));
+
+    // Assignment takes the name over and leaves the old entry registered.
+    Probe target(QStringLiteral("Target"));
+    target = *source;
+    QCOMPARE(target.name(), QStringLiteral("Shared"));
+    Probe other(QStringLiteral("Target"));
+    QCOMPARE(other.name(), QStringLiteral("Target00001"));
+}
+
+void TstTWObject::concurrentNamingStaysUnique()
+{
+    constexpr int Threads = 4;
+    constexpr int PerThread = 200;
+    std::vector<std::unique_ptr<Probe>> objects[Threads];
+    std::vector<std::unique_ptr<QThread>> threads;
+    for (int t = 0; t < Threads; ++t) {
+        threads.emplace_back(QThread::create([&objects, t] {
+            for (int i = 0; i < PerThread; ++i)
+                objects[t].push_back(std::make_unique<Probe>(QStringLiteral("Busy")));
+        }));
+        threads.back()->start();
+    }
+    for (auto& thread : threads)
+        QVERIFY(thread->wait(60000));
+
+    QSet<QString> names;
+    for (auto& list : objects)
+        for (auto& object : list)
+            names.insert(object->name());
+    QCOMPARE(names.size(), Threads * PerThread);
+    QVERIFY(names.contains(QStringLiteral("Busy")));
+    QVERIFY(names.contains(QStringLiteral("Busy00799")));
+}
+
+void TstTWObject::lastErrorIsNeverCleared()
+{
+    TWTest::RecordingLogger logger;
+    Probe probe(QStringLiteral("Errors"));
+    probe.setLogger(&logger);
+    QVERIFY(!probe.isThereError());
+
+    probe.fail(QStringLiteral("first failure"));
+    QVERIFY(probe.isThereError());
+    probe.remark(QStringLiteral("a later remark"));
+    QCOMPARE(probe.lastErrorStr(), QStringLiteral("first failure"));
+
+    // An empty text leaves no error standing, yet the critical line is logged.
+    probe.fail(QString());
+    QVERIFY(!probe.isThereError());
+    const auto records = logger.records();
+    QCOMPARE(records.size(), 3);
+    QCOMPARE(records.at(0).type, QtCriticalMsg);
+    QCOMPARE(records.at(0).file, QStringLiteral("probe.cpp"));
+    QCOMPARE(records.at(0).line, 42);
+    QCOMPARE(records.at(0).function, QStringLiteral("void fail()"));
+    QCOMPARE(records.at(1).type, QtWarningMsg);
+    QVERIFY(records.at(1).file.endsWith(QLatin1String("tst_twobject.cpp")));
+    QVERIFY(records.at(1).function.contains(QLatin1String("remark")));
+    QCOMPARE(records.at(2).msg, QString());
+
+    probe.fail(QStringLiteral("again"));
+    probe.reset();
+    QVERIFY(!probe.isThereError());
+}
+
+void TstTWObject::reportsGoToOwnOrGlobalLogger()
+{
+    TWTest::TempWorkDir dir;
+    QVERIFY(dir.isValid());
+    TW::TWLogger* global = TW::TWLogger::globalInstance();
+    QCOMPARE(TW::TWLogger::globalInstance(), global);
+    global->setFilePath(dir.path());
+    global->setConsoleOutput(false);
+
+    TWTest::RecordingLogger own;
+    Probe probe(QStringLiteral("Routed"));
+    probe.setLogger(&own);
+    QCOMPARE(probe.logger(), &own);
+    probe.fail(QStringLiteral("to my own logger"));
+    QCOMPARE(own.messages(), QStringList{QStringLiteral("to my own logger")});
+    QCOMPARE(dir.files(), QStringList());
+
+    probe.setLogger(nullptr);
+    probe.fail(QStringLiteral("to the global logger"));
+    QCOMPARE(own.messages().size(), 1);
+    const QByteArray written = dir.readFile(QStringLiteral("twoutput_0000.log"));
+    QVERIFY(written.contains("CRITICAL - to the global logger"));
+    global->setFilePath(QStringLiteral("."));
+}
+
+void TstTWObject::derivedWriteLogCatchesErrors()
+{
+    Intercepting probe;
+    probe.fail(QStringLiteral("caught"));
+    QCOMPARE(probe.seen, QStringList{QStringLiteral("caught")});
+    QCOMPARE(probe.lastErrorStr(), QStringLiteral("caught")); // kept although logging failed
+}
+
+void TstTWObject::descriptions()
+{
+    Probe probe;
+    probe.setDesc(QStringLiteral("hint"), QStringLiteral("text"));
+    probe.setDesc(QStringLiteral("new text"));
+    QCOMPARE(probe.descHint(), QStringLiteral("hint"));
+    QCOMPARE(probe.desc(), QStringLiteral("new text"));
+    probe.setDescHint(QStringLiteral("other"));
+    QCOMPARE(probe.descHint(), QStringLiteral("other"));
+}
+
 QTEST_GUILESS_MAIN(TstTWObject)
 #include "tst_twobject.moc"

@@ -3,6 +3,7 @@
 #include <QtCore/qdatetime.h>
 #include <QtCore/qdir.h>
 #include <QtCore/qfileinfo.h>
+#include <QtCore/qstringconverter.h>
 
 #include <atomic>
 #include <cstdio>
@@ -314,7 +315,9 @@ bool TWLogger::writeLog(const QString& msg, QtMsgType type, const QString& file,
     const char* const word = levelWord(type);
     const qsizetype padding = qMax<qsizetype>(0, MessageWidth - msg.size());
 
-    QString text;
+    // One buffer per thread keeps its capacity from line to line.
+    thread_local QString text;
+    text.resize(0);
     text.reserve(32 + msg.size() + padding + file.size() + function.size() + 64);
     appendDate(text, now, _dateFormat);
 
@@ -362,21 +365,35 @@ bool TWLogger::writeLog(QtMsgType type, const QMessageLogContext& context, const
 
 bool TWLogger::_writeLine(const QString& line)
 {
-    const QByteArray bytes = line.toLocal8Bit();
+    // The line and its separator are written in the local 8-bit encoding as
+    // zero-terminated byte strings, so a zero character ends each of them. Both
+    // go out in one write, which puts the same bytes in the file as two writes
+    // and a flush, with one system call.
+    thread_local QStringEncoder encoder(QStringEncoder::System, QStringEncoder::Flag::Stateless);
+    thread_local QByteArray bytes;
+    bytes.resize(encoder.requiredSpace(line.size() + _lineEndSepa.size()));
+    char* const begin = bytes.data();
+    char* end = encoder.appendToBuffer(begin, line);
+    end = begin + qstrnlen(begin, end - begin);
+    char* const sepa = end;
+    end = encoder.appendToBuffer(sepa, _lineEndSepa);
+    end = sepa + qstrnlen(sepa, end - sepa);
+    bytes.truncate(end - begin);
 
     QMutexLocker locker(&_locker);
     if (!_isInitialized && !_initialize(false)) {
         printLine(QStringLiteral("Error on initialize log file! Last log message:") + line);
         return false;
     }
-    // Tested before the write, so a line is never split nor refused for its length.
-    if (_file.size() >= _maxFileSize && !_initialize(true)) {
+    // Tested before the write, so a line is never split nor refused for its
+    // length. The file is open for appending and positioned at its end, so its
+    // position is its size as this logger knows it; that saves a stat call per
+    // line. (Appends by another writer show at the next reopen.)
+    if (_file.pos() >= _maxFileSize && !_initialize(true)) {
         printLine(QStringLiteral("Error on reinitialize log file! Last log message:") + line);
         return false;
     }
-    // Written as zero-terminated byte strings: a zero character ends the line.
-    _file.write(bytes.constData());
-    _file.write(_lineEndSepa.toLocal8Bit().constData());
+    _file.write(bytes);
     _file.flush();
     return true;
 }
@@ -422,7 +439,8 @@ bool TWLogger::_initialize(bool reinitialize)
                                       nameSuffix);
     info = QFileInfo(QDir(info.absolutePath()), numbered);
     _file.setFileName(info.absoluteFilePath());
-    if (!_file.open(QIODevice::WriteOnly | QIODevice::Append)) {
+    // Unbuffered: every line is handed to the system at once anyway.
+    if (!_file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered)) {
         printLine(QStringLiteral("Couldn't open log file:") + info.absoluteFilePath());
         printLine(_file.errorString());
         return false;
