@@ -17,6 +17,8 @@ TWLogger* TWLogger::glb_pInstance = nullptr;
 namespace {
 
 constexpr qsizetype MessageWidth = 500;
+// Per-thread line buffers keep their capacity between lines, up to this size.
+constexpr qsizetype ReleaseAbove = 1 << 20;
 
 const char* levelWord(QtMsgType type)
 {
@@ -354,7 +356,10 @@ bool TWLogger::writeLog(const QString& msg, QtMsgType type, const QString& file,
                    .arg(line, 5, 10, QLatin1Char('0'))
                    .arg(function);
     }
-    return _writeLine(text);
+    const bool written = _writeLine(text);
+    if (text.capacity() > ReleaseAbove)
+        text = QString(); // an outsized message does not pin its memory to the thread
+    return written;
 }
 
 bool TWLogger::writeLog(QtMsgType type, const QMessageLogContext& context, const QString& msg)
@@ -395,6 +400,8 @@ bool TWLogger::_writeLine(const QString& line)
     }
     _file.write(bytes);
     _file.flush();
+    if (bytes.capacity() > ReleaseAbove)
+        bytes = QByteArray();
     return true;
 }
 
