@@ -56,4 +56,18 @@ public:
     virtual bool writeLog(QtMsgType type, const QMessageLogContext& context, const QString& msg) = 0;
 };
 
+/*!
+ * What a producer hands to TW::TWQueue::enqueueItem: an item that can give
+ * itself as one line of text. The queue calls serialize() once and keeps only
+ * the text; an empty text means the item could not be serialised. The text
+ * must hold no line feed and no "|TWQ|", which would spoil the cache file.
+ */
+class TWBASELIB_EXPORT TWQueueItemIface
+{
+public:
+    virtual ~TWQueueItemIface();
+
+    virtual QString serialize() = 0;
+};
+
 #endif // TWINTERFACES_H

@@ -1,0 +1,345 @@
+#include "twqueue.h"
+
+#include "twlogger.h"
+
+#include <QtCore/qdatetime.h>
+#include <QtCore/qdir.h>
+#include <QtCore/qfile.h>
+#include <QtCore/qfileinfo.h>
+#include <QtCore/qstringconverter.h>
+#include <QtCore/quuid.h>
+
+#include <new>
+
+namespace TW {
+
+/*! The queue's record of one item; owned by the list that holds its pointer. */
+struct TWMetaQueueItem
+{
+    TWMetaQueueItem() = default;
+    TWMetaQueueItem(const QString& data_, const QString& kind_, const QString& itemName_);
+
+    QString data;
+    QString kind;
+    QString itemName;
+    QString id;
+    quint64 timestamp = 0;
+    bool dequeued = false;
+};
+
+namespace {
+
+const QString Separator = QStringLiteral("|TWQ|");
+constexpr qsizetype BatchSize = 10;
+
+// A random namespace makes equal texts get different ids, while the id still
+// derives from the text: a version 5 UUID of the data under a fresh version 4 one.
+QString makeId(const QString& data)
+{
+    return QUuid::createUuidV5(QUuid::createUuid(), data).toString(QUuid::WithBraces);
+}
+
+QString cacheTime(quint64 timestamp)
+{
+    return Internal::formatLocalDateTime(qint64(timestamp), QStringLiteral("yyyyMMddhhmmsszzz"));
+}
+
+} // namespace
+
+TWMetaQueueItem::TWMetaQueueItem(const QString& data_, const QString& kind_, const QString& itemName_)
+    : data(data_)
+    , kind(kind_)
+    , itemName(itemName_)
+    , id(makeId(data_))
+    , timestamp(quint64(QDateTime::currentMSecsSinceEpoch()))
+{
+}
+
+TWQueue::TWQueue(const QString& name, unsigned int maxItemOnMemory, QString cacheDir, QObject* parent)
+    : QObject(parent)
+    , TWObject(name)
+    , _maxItemOnMemory(maxItemOnMemory)
+    , _cacheDir(cacheDir.isEmpty() ? QStringLiteral("./") : cacheDir)
+{
+    _mapCacheDir();
+    _readItems.clear();
+    _writeItems.clear();
+
+    // Fill memory from the files, oldest name first. The bound is compared as a
+    // signed number, so a bound above INT_MAX stops after the first record.
+    const int bound = int(_maxItemOnMemory);
+    bool full = false;
+    while (!full && !_cacheFiles.isEmpty() && _readCache()) {
+        while (!_readItems.isEmpty()) {
+            _memoryItems.append(_readItems.takeFirst());
+            if (_maxItemOnMemory != 0 && _memoryItems.size() >= bound) {
+                full = true;
+                break;
+            }
+        }
+    }
+    // Read the next file ahead, so that the first removal finds its successor ready.
+    _readCache();
+}
+
+TWQueue::~TWQueue()
+{
+    // Everything in memory goes to files, handed-out records included: they
+    // come back as waiting. Records already waiting in _writeItems go first.
+    while (!_memoryItems.isEmpty()) {
+        _writeCache(false);
+        _writeItems.append(_memoryItems.takeFirst());
+    }
+    _writeCache(true);
+
+    // The read-ahead batch is not written back (its file is gone already); it
+    // is lost with the queue, and only its memory is released here.
+    qDeleteAll(_readItems);
+    _readItems.clear();
+}
+
+const QString TWQueue::className()
+{
+    return QStringLiteral("TWQueue");
+}
+
+bool TWQueue::enqueueItem(TWQueueItemIface* pItem, const QString& kind, const QString& itemName)
+{
+    // The memory comes first, so that a failed allocation leaves the item unserialised.
+    void* memory = ::operator new(sizeof(TWMetaQueueItem), std::nothrow);
+    if (!memory) {
+        _setLastError(QStringLiteral("Couldn't allocate meta queue item instance for '%1'!").arg(itemName),
+                      TW_SOURCE_LOCATION);
+        return false;
+    }
+    // Serialising, the ids and the clock run outside the lock.
+    auto* record = new (memory) TWMetaQueueItem(pItem->serialize(), kind, itemName);
+    if (record->data.isEmpty()) {
+        delete record;
+        _setLastError(QStringLiteral("Couldn't serialize item!"), TW_SOURCE_LOCATION);
+        return false;
+    }
+
+    _mutex.lock();
+    if (_maxItemOnMemory != 0 && _memoryItems.size() >= int(_maxItemOnMemory)) {
+        _writeItems.append(record);
+        const bool written = _writeCache(false);
+        _mutex.unlock();
+        return written;
+    }
+    _memoryItems.append(record);
+    _mutex.unlock();
+    return true;
+}
+
+QString TWQueue::dequeueItem(QString& data, QString* pKind, QString* pItemName, quint64* pTimestamp)
+{
+    data.clear();
+    if (pKind)
+        pKind->clear();
+    if (pItemName)
+        pItemName->clear();
+    if (pTimestamp)
+        *pTimestamp = 0;
+
+    TWMetaQueueItem* record = nullptr;
+    _mutex.lock();
+    for (TWMetaQueueItem* candidate : std::as_const(_memoryItems)) {
+        if (!candidate->dequeued) {
+            record = candidate;
+            break;
+        }
+    }
+    if (!record) {
+        _mutex.unlock();
+        return QString();
+    }
+    record->dequeued = true;
+    _mutex.unlock();
+
+    // Nobody else can settle the record before its id has been returned, so its
+    // fields are safe to read without the lock.
+    if (pKind)
+        pKind->append(record->kind);
+    if (pItemName)
+        pItemName->append(record->itemName);
+    if (pTimestamp)
+        *pTimestamp = record->timestamp;
+    data.append(record->data);
+    return record->id;
+}
+
+bool TWQueue::updateItem(const QString& id, bool remove)
+{
+    _mutex.lock();
+    qsizetype index = 0;
+    const qsizetype count = _memoryItems.size();
+    while (index < count && _memoryItems.at(index)->id != id)
+        ++index;
+    if (index == count) {
+        _mutex.unlock();
+        _setLastError(QStringLiteral("Item id: '%1' is not found in queue!").arg(id), TW_SOURCE_LOCATION);
+        return false;
+    }
+
+    TWMetaQueueItem* record = _memoryItems.at(index);
+    if (!remove) {
+        record->dequeued = false;
+        _mutex.unlock();
+        return true;
+    }
+
+    _memoryItems.removeAt(index);
+    delete record;
+    // One record comes from the read-ahead batch into memory per removal.
+    if (!_readCache()) {
+        _mutex.unlock();
+        return false;
+    }
+    if (!_readItems.isEmpty())
+        _memoryItems.append(_readItems.takeFirst());
+    _mutex.unlock();
+    return true;
+}
+
+bool TWQueue::_createCacheDir()
+{
+    if (_cacheDir.isEmpty())
+        return true;
+    const QDir dir(_cacheDir);
+    if (dir.exists())
+        return true;
+    if (dir.mkpath(dir.absolutePath()))
+        return true;
+    _setLastError(QStringLiteral("Couldn't create cahce direcoty: '%1'!").arg(dir.absolutePath()), TW_SOURCE_LOCATION);
+    return false;
+}
+
+bool TWQueue::_mapCacheDir()
+{
+    if (!_createCacheDir())
+        return false;
+    const QDir dir(_cacheDir);
+    const QStringList entries = dir.entryList({QStringLiteral("*.%1").arg(QStringLiteral("cache"))}, QDir::Files,
+                                              QDir::Name);
+    _cacheFiles.clear();
+    _cacheFiles.reserve(entries.size());
+    for (const QString& entry : entries)
+        _cacheFiles.append(QFileInfo(dir, entry).absoluteFilePath());
+    return true;
+}
+
+bool TWQueue::_writeCache(bool force)
+{
+    if (force ? _writeItems.isEmpty() : _writeItems.size() < BatchSize)
+        return true;
+    if (!_createCacheDir())
+        return false;
+
+    // Names sort by the first record's time, then the last one's, then a counter.
+    const QString first = cacheTime(_writeItems.constFirst()->timestamp);
+    const QString last = cacheTime(_writeItems.constLast()->timestamp);
+    const QDir dir(_cacheDir);
+    QFileInfo info;
+    for (int counter = 0;; ++counter) {
+        info = QFileInfo(dir, QStringLiteral("%1_%2_%3.cache")
+                                  .arg(first, last, QStringLiteral("%1").arg(counter, 3, 10, QLatin1Char('0'))));
+        if (!info.exists())
+            break;
+    }
+
+    QFile file(info.absoluteFilePath());
+    if (!file.open(QIODevice::WriteOnly)) {
+        _setLastError(QStringLiteral("Couldn't write cache data to file: '%1'! %2").arg(file.fileName(), file.errorString()),
+                      TW_SOURCE_LOCATION);
+        return false;
+    }
+    qsizetype size = 0;
+    for (const TWMetaQueueItem* record : std::as_const(_writeItems))
+        size += record->id.size() + record->kind.size() + record->itemName.size() + record->data.size() + 48;
+    QString buffer;
+    buffer.reserve(size);
+    for (TWMetaQueueItem* record : std::as_const(_writeItems)) {
+        buffer += record->id;
+        buffer += Separator;
+        buffer += QString::number(record->timestamp, 10);
+        buffer += Separator;
+        buffer += record->kind;
+        buffer += Separator;
+        buffer += record->itemName;
+        buffer += Separator;
+        buffer += record->data;
+        buffer += u'\n';
+        delete record;
+    }
+    _writeItems.clear();
+    if (!buffer.isEmpty())
+        buffer.chop(1); // no line feed behind the last line
+
+    // UTF-8 without a byte order mark, in one write, in place under its final
+    // name; what fails to reach the disk from here on is not noticed.
+    file.write(buffer.toUtf8());
+    file.close();
+    _cacheFiles.append(file.fileName());
+    return true;
+}
+
+bool TWQueue::_readCache()
+{
+    if (!_readItems.isEmpty() || _cacheFiles.isEmpty())
+        return true;
+
+    QFile file(_cacheFiles.constFirst());
+    if (!file.open(QIODevice::ReadOnly)) {
+        _setLastError(QStringLiteral("Couldn't open cache file: '%1'! %2").arg(file.fileName(), file.errorString()),
+                      TW_SOURCE_LOCATION);
+        return false;
+    }
+    // The whole file is decoded at once, as a text stream would (an initial
+    // byte order mark is skipped), and cut into lines as QTextStream::readLine
+    // does: at each line feed, dropping one carriage return before it or at the
+    // very end. A line feed at the end of the file gives no extra line.
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    const QString text = decoder(file.readAll());
+    const QStringView all(text);
+    qsizetype start = 0;
+    while (start < all.size()) {
+        qsizetype end = all.indexOf(u'\n', start);
+        const qsizetype next = end < 0 ? all.size() : end + 1;
+        if (end < 0)
+            end = all.size();
+        if (end > start && all.at(end - 1) == u'\r')
+            --end;
+        const QStringView line = all.mid(start, end - start);
+        start = next;
+        const QList<QStringView> parts = line.split(Separator, Qt::KeepEmptyParts, Qt::CaseSensitive);
+        if (parts.size() != 5) {
+            _setLastError(QStringLiteral("Cache file: '%1' is corrupt! Separator: '%2' must be count 4.")
+                              .arg(file.fileName(), Separator),
+                          TW_SOURCE_LOCATION);
+            file.close();
+            return false;
+        }
+        auto* record = new (std::nothrow) TWMetaQueueItem();
+        if (!record) {
+            _setLastError(QStringLiteral("Couldn't allocate meta queue item instance!"), TW_SOURCE_LOCATION);
+            return false;
+        }
+        record->id = parts.at(0).trimmed().toString();
+        record->timestamp = parts.at(1).trimmed().toULongLong(nullptr, 10);
+        record->kind = parts.at(2).trimmed().toString();
+        record->itemName = parts.at(3).toString();
+        record->data = parts.at(4).toString();
+        _readItems.append(record);
+    }
+
+    file.close();
+    _cacheFiles.removeFirst();
+    if (file.remove())
+        return true;
+    _setLastError(QStringLiteral("Couldn't delete cache file: '%1'! %2").arg(file.fileName(), file.errorString()),
+                  TW_SOURCE_LOCATION);
+    return false;
+}
+
+} // namespace TW
