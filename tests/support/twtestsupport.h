@@ -93,6 +93,18 @@ public:
     void clear();
 };
 
+/*! A queue item that serialises to a fixed text. */
+class TextItem : public TWQueueItemIface
+{
+public:
+    explicit TextItem(const QString& text = QString()) : _text(text) {}
+    QString serialize() override { return _text; }
+    void setText(const QString& text) { _text = text; }
+
+private:
+    QString _text;
+};
+
 /*! Output and exit of a child program. */
 struct ProcessResult
 {
