@@ -43,12 +43,21 @@ bool setStreamEncoding(QTextStream& stream, const QString& codecName)
     return true;
 }
 
-// Matches one pattern against n characters of text with the wildcard table
-// kept one row at a time: row[j] is "the first i text characters match the
-// first j pattern characters" for the current i. The cell above-left, which
-// the row update overwrites, travels along in `diag`. The answers are those of
-// the full (n+1) x (m+1) table.
-bool matchPattern(const char16_t* text, qsizetype n, const char16_t* pattern, qsizetype m, bool* row)
+// Whether each of the k characters of a pattern piece without stars stands
+// for the text character at the same place.
+bool matchFixed(const char16_t* text, const char16_t* pattern, qsizetype k)
+{
+    for (qsizetype j = 0; j < k; ++j) {
+        if (pattern[j] != u'?' && pattern[j] != text[j])
+            return false;
+    }
+    return true;
+}
+
+// The wildcard table kept one row at a time: row[j] is "the first i text
+// characters match the first j pattern characters" for the current i. The
+// cell above-left, which the row update overwrites, travels along in `diag`.
+bool matchTable(const char16_t* text, qsizetype n, const char16_t* pattern, qsizetype m, bool* row)
 {
     row[0] = true;
     for (qsizetype j = 1; j <= m; ++j)
@@ -76,6 +85,46 @@ bool matchPattern(const char16_t* text, qsizetype n, const char16_t* pattern, qs
             return false;
     }
     return row[m];
+}
+
+// Matches one pattern against n characters of text, with the answers of the
+// full (n+1) x (m+1) table. What stands before the first star and after the
+// last one can only line up with the start and the end of the text, so those
+// parts are compared in place and only the stretch between them goes through
+// the table. Most names that fail do so at the cheap comparisons.
+bool matchPattern(const char16_t* text, qsizetype n, const char16_t* pattern, qsizetype m, bool* row)
+{
+    qsizetype first = 0;
+    while (first < m && pattern[first] != u'*')
+        ++first;
+    if (first == m)
+        return n == m && matchFixed(text, pattern, m);
+
+    qsizetype last = m - 1;
+    while (pattern[last] != u'*')
+        --last;
+    const qsizetype tail = m - 1 - last;
+    if (n < first + tail || !matchFixed(text, pattern, first)
+        || !matchFixed(text + n - tail, pattern + last + 1, tail))
+        return false;
+    return matchTable(text + first, n - first - tail, pattern + first, last + 1 - first, row);
+}
+
+// Longest text and patterns that are upper-cased on the stack, and longest
+// pattern whose table row lives there.
+constexpr qsizetype StackChars = 256;
+
+// Upper-cases ASCII text into \a out; false, leaving \a out undefined, when a
+// character lies outside ASCII and needs Qt's full case mapping.
+bool asciiToUpper(const char16_t* in, qsizetype size, char16_t* out)
+{
+    for (qsizetype k = 0; k < size; ++k) {
+        const char16_t c = in[k];
+        if (c >= 0x80)
+            return false;
+        out[k] = (c >= u'a' && c <= u'z') ? char16_t(c - (u'a' - u'A')) : c;
+    }
+    return true;
 }
 
 } // namespace
@@ -201,33 +250,39 @@ bool TWUtils::isMatchWildcard(const QString& text, const QString& patterns, Qt::
     if (patterns.isEmpty())
         return text.isEmpty();
 
-    // The text is matched over its own length even when its upper-case form is
-    // longer ("ß" becomes "SS"); the copy is never shorter, but pad it anyway
-    // so that the loop below cannot read past its end.
     const qsizetype n = text.size();
+    const char16_t* t = reinterpret_cast<const char16_t*>(text.utf16());
+    const char16_t* all = reinterpret_cast<const char16_t*>(patterns.utf16());
+    qsizetype total = patterns.size();
+
+    char16_t upperTextBuffer[StackChars];
+    char16_t upperPatternsBuffer[StackChars];
     QString upperText;
     QString upperPatterns;
-    const QString* pText = &text;
-    const QString* pPatterns = &patterns;
     if (cs != Qt::CaseSensitive) {
-        upperText = text.toUpper();
-        if (upperText.size() < n)
-            upperText.resize(n, QChar(0));
-        upperPatterns = patterns.toUpper();
-        pText = &upperText;
-        pPatterns = &upperPatterns;
+        if (n <= StackChars && total <= StackChars && asciiToUpper(t, n, upperTextBuffer)
+            && asciiToUpper(all, total, upperPatternsBuffer)) {
+            t = upperTextBuffer;
+            all = upperPatternsBuffer;
+        } else {
+            // The text is matched over its own length even when its upper-case
+            // form is longer ("ß" becomes "SS"). The form is never shorter, but
+            // pad it anyway so that the matcher cannot read past its end.
+            upperText = text.toUpper();
+            if (upperText.size() < n)
+                upperText.resize(n, QChar(0));
+            upperPatterns = patterns.toUpper();
+            t = reinterpret_cast<const char16_t*>(upperText.utf16());
+            all = reinterpret_cast<const char16_t*>(upperPatterns.utf16());
+            total = upperPatterns.size();
+        }
     }
 
-    const char16_t* t = reinterpret_cast<const char16_t*>(pText->utf16());
-    const char16_t* all = reinterpret_cast<const char16_t*>(pPatterns->utf16());
-    const qsizetype total = pPatterns->size();
-
     // One row serves every pattern; no pattern is longer than the whole text.
-    constexpr qsizetype StackRow = 256;
-    bool stackRow[StackRow];
+    bool stackRow[StackChars + 1];
     bool* row = stackRow;
     bool* heapRow = nullptr;
-    if (total + 1 > StackRow) {
+    if (total > StackChars) {
         heapRow = new (std::nothrow) bool[size_t(total) + 1];
         if (!heapRow) {
             _setLastError(QStringLiteral("Couldn't allocate the match row for %1 pattern characters!")
