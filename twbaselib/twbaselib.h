@@ -8,5 +8,6 @@
 #include "twobject.h"
 #include "twlogger.h"
 #include "twqueue.h"
+#include "twutils.h"
 
 #endif // TWBASELIB_H
