@@ -7,5 +7,6 @@
 #include "twinterfaces.h"
 #include "twobject.h"
 #include "twlogger.h"
+#include "twzx7.h"
 
 #endif // TWBASELIB_H
