@@ -52,8 +52,10 @@ Output start(QByteArray& buffer, qsizetype capacity)
 inline void copyBack(char* dst, qsizetype offset, qsizetype len, qsizetype room)
 {
     const char* src = dst - offset;
-    if (len <= 16 && offset >= 16 && room >= 16) {
-        std::memcpy(dst, src, 16);
+    if (len <= 16 && offset >= 8 && room >= 16) {
+        // Two moves of 8 bytes: each reads only bytes written before it.
+        std::memcpy(dst, src, 8);
+        std::memcpy(dst + 8, src + 8, 8);
     } else if (len <= 16) {
         for (qsizetype k = 0; k < len; ++k)
             dst[k] = src[k];
@@ -72,45 +74,82 @@ inline void copyBack(char* dst, qsizetype offset, qsizetype len, qsizetype room)
 }
 
 /*
- * Fast paths of both decoders. They take the same bits as the bit readers and
- * leave the reader state (index, mask, flag byte) as those would, but they need
- * 8 bytes of input ahead, so that nothing reads past the end.
+ * The state of a bit reader, as the stream's own readers keep it: the position
+ * of the next stream byte, the bit of the current flag byte last handed out,
+ * and that flag byte.
  */
+struct ReaderState
+{
+    quint64 index = 0;
+    int bitMask = 0;
+    int bitValue = 0;
+};
+
+/*
+ * Fast reads, shared by both decoders. They take the same bits as the bit
+ * readers and leave the state as those would, but read ahead without checks,
+ * so they are used only while FastMargin bytes of input remain, which covers
+ * the longest token.
+ */
+constexpr quint64 FastMargin = 16;
+
+// The next flag bit.
+Q_ALWAYS_INLINE int fastFlag(const uchar* data, ReaderState& st)
+{
+    st.bitMask >>= 1;
+    if (st.bitMask == 0) {
+        st.bitMask = 128;
+        st.bitValue = data[st.index++];
+    }
+    return st.bitValue & st.bitMask;
+}
 
 // After a 0 flag bit: how many 0 bits stand from the mask down in the flag
 // byte, the one just read included. Each is a literal, and their bytes follow
 // each other in the input.
-Q_ALWAYS_INLINE int literalRun(int bitMask, int bitValue)
+Q_ALWAYS_INLINE int literalRun(const ReaderState& st)
 {
-    const int rest = bitValue & (2 * bitMask - 1);
-    const int top = int(qCountTrailingZeroBits(quint32(bitMask)));
+    const int rest = st.bitValue & (2 * st.bitMask - 1);
+    const int top = int(qCountTrailingZeroBits(quint32(st.bitMask)));
     return rest ? top - (31 - int(qCountLeadingZeroBits(quint32(rest)))) : top + 1;
 }
 
-// A gamma code read at once: its bits are the rest of the flag byte and then
-// whole flag bytes, which follow each other in the input since no data byte
-// comes between them. Answers 0, having read nothing, for a code with more
-// than 15 leading zeros (the end marker), which the bit reader handles.
-Q_ALWAYS_INLINE int fastGamma(const uchar* data, quint64& index, int& bitMask, int& bitValue)
+// The next 64 flag bits: the unread rest of the flag byte, then the bytes that
+// follow in the input. Within a gamma code or the bits of an offset no stream
+// byte comes between, so these are the flag bits to come.
+Q_ALWAYS_INLINE quint64 bitWindow(const uchar* data, const ReaderState& st, int& left)
 {
-    const int left = int(qCountTrailingZeroBits(quint32(bitMask))); // unread bits of the flag byte
-    const quint64 ahead = qFromBigEndian<quint64>(data + index);
-    const quint64 window = left ? (quint64(bitValue & (bitMask - 1)) << (64 - left)) | (ahead >> left) : ahead;
+    left = int(qCountTrailingZeroBits(quint32(st.bitMask)));
+    const quint64 ahead = qFromBigEndian<quint64>(data + st.index);
+    return left ? (quint64(st.bitValue & (st.bitMask - 1)) << (64 - left)) | (ahead >> left) : ahead;
+}
+
+// Consumes `used` bits of a window taken with `left` unread bits.
+Q_ALWAYS_INLINE void skipBits(const uchar* data, ReaderState& st, int left, int used)
+{
+    if (used <= left) {
+        st.bitMask >>= used;
+        return;
+    }
+    const int fresh = used - left; // bits taken from bytes not fetched yet
+    const int bytes = (fresh + 7) / 8;
+    st.index += quint64(bytes);
+    st.bitValue = data[st.index - 1];
+    st.bitMask = 1 << (8 * bytes - fresh);
+}
+
+// A gamma code read at once; 0, with nothing read, for a code with more than 15
+// leading zeros (the end marker), which is left to the bit reader.
+Q_ALWAYS_INLINE int fastGamma(const uchar* data, ReaderState& st)
+{
+    int left;
+    const quint64 window = bitWindow(data, st, left);
     const int zeros = int(qCountLeadingZeroBits(window));
     if (zeros > 15)
         return 0;
     const int used = 2 * zeros + 1;
-    const int value = int(window >> (64 - used));
-    if (used <= left) {
-        bitMask >>= used;
-    } else {
-        const int fresh = used - left;
-        const int bytes = (fresh + 7) / 8;
-        index += quint64(bytes);
-        bitValue = data[index - 1];
-        bitMask = 1 << (8 * bytes - fresh);
-    }
-    return value;
+    skipBits(data, st, left, used);
+    return int(window >> (64 - used));
 }
 
 // A first guess at the expanded size: ZX7 rarely does better than 4:1 on real data.
@@ -121,36 +160,135 @@ qsizetype initialOutputSize(qsizetype inputSize, qsizetype limit)
 }
 
 /*
- * The bit reader of the bounded decoder: like the stream's own reader, but a
- * read past the end sets a flag instead of yielding zeros for ever.
+ * The tokens after the first byte, up to the end marker. Slow reads the bits
+ * near the end of the input, where the fast reads may not run: bit(), byte(),
+ * gamma() (-1 for the end marker, -2 for a read past the end), offset() and
+ * overrun(). Answers true at the end marker, false when the stream reaches
+ * before the start of the data, past `limit` bytes or past the end of the
+ * input.
  */
-struct BoundedReader
+template <class Slow>
+Q_ALWAYS_INLINE bool decodeTokens(const uchar* data, quint64 size, ReaderState& st, Slow& slow,
+                                  QByteArray& buffer, Output& out, qsizetype limit)
+{
+    for (;;) {
+        int len;
+        int offset;
+        if (st.index + FastMargin <= size) {
+            if (!fastFlag(data, st)) {
+                const int run = literalRun(st);
+                if (run > limit - out.size)
+                    return false;
+                if (out.capacity - out.size < 8)
+                    out = grow(buffer, out, 8, limit);
+                std::memcpy(out.p + out.size, data + st.index, 8);
+                st.index += quint64(run);
+                out.size += run;
+                st.bitMask >>= run - 1;
+                continue;
+            }
+            len = fastGamma(data, st);
+            if (len == 0 && (len = slow.gamma()) < 0)
+                return len == -1;
+            offset = data[st.index++];
+            if (offset >= 128) {
+                int high = 0;
+                for (int k = 0; k < 4; ++k)
+                    high = (high << 1) | (fastFlag(data, st) ? 1 : 0);
+                offset = ((high << 7) | (offset & 127)) + 128;
+            }
+        } else {
+            const int flag = slow.bit();
+            if (slow.overrun())
+                return false;
+            if (!flag) {
+                const int literal = slow.byte();
+                if (slow.overrun() || out.size >= limit)
+                    return false;
+                if (out.size == out.capacity)
+                    out = grow(buffer, out, 1, limit);
+                out.p[out.size++] = char(literal);
+                continue;
+            }
+            if ((len = slow.gamma()) < 0)
+                return len == -1;
+            offset = slow.offset();
+            if (slow.overrun())
+                return false;
+        }
+        ++len;
+        ++offset;
+        // The format's own test allows an offset of twice the bytes produced;
+        // a source before the first byte is refused as well, so that nothing
+        // outside the output is ever read.
+        if (offset > 2 * out.size || offset > out.size || len > limit - out.size)
+            return false;
+        if (out.size + len > out.capacity)
+            out = grow(buffer, out, len, limit);
+        copyBack(out.p + out.size, offset, len, out.capacity - out.size);
+        out.size += len;
+    }
+}
+
+/*
+ * The slow reads of the bounded decoder: the stream's own reader, but a read
+ * past the end sets a flag instead of yielding zeros for ever.
+ */
+struct CheckedReader
 {
     const uchar* data;
     quint64 size;
-    quint64 index = 0;
-    int bitMask = 0;
-    int bitValue = 0;
-    bool overrun = false;
+    ReaderState& st;
+    bool over = false;
 
     Q_ALWAYS_INLINE int byte()
     {
-        if (index >= size) {
-            overrun = true;
+        if (st.index >= size) {
+            over = true;
             return 0;
         }
-        return data[index++];
+        return data[st.index++];
     }
 
     Q_ALWAYS_INLINE int bit()
     {
-        bitMask >>= 1;
-        if (bitMask == 0) {
-            bitMask = 128;
-            bitValue = byte();
+        st.bitMask >>= 1;
+        if (st.bitMask == 0) {
+            st.bitMask = 128;
+            st.bitValue = byte();
         }
-        return (bitValue & bitMask) ? 1 : 0;
+        return (st.bitValue & st.bitMask) ? 1 : 0;
     }
+
+    int gamma()
+    {
+        int zeros = 0;
+        while (!bit()) {
+            if (over)
+                return -2;
+            if (zeros < 16)
+                ++zeros;
+        }
+        if (zeros > 15)
+            return -1;
+        int value = 1;
+        while (zeros-- > 0)
+            value = (value << 1) | bit();
+        return over ? -2 : value;
+    }
+
+    int offset()
+    {
+        const int value = byte();
+        if (value < 128)
+            return value;
+        int high = 0;
+        for (int k = 0; k < 4; ++k)
+            high = (high << 1) | bit();
+        return ((high << 7) | (value & 127)) + 128;
+    }
+
+    bool overrun() const { return over; }
 };
 
 // How many positions x, x-1, x-2, ... (at most maxCount) hold the same byte as
@@ -303,53 +441,31 @@ Q_ALWAYS_INLINE int TWZX7::_readZX7Offset(const QByteArray& input, quint64& inpu
 
 QByteArray TWZX7::decompress(const QByteArray& input)
 {
+    // Near the end of the input the stream's own readers take the bits, with
+    // their rule that bytes past the end read as 0.
+    struct Plain
+    {
+        const QByteArray& input;
+        ReaderState& st;
+
+        int bit() { return _readZX7Bit(input, st.index, st.bitMask, st.bitValue); }
+        int byte() { return _readZX7Byte(input, st.index); }
+        int gamma() { return _readEliasGamma(input, st.index, st.bitMask, st.bitValue); }
+        int offset() { return _readZX7Offset(input, st.index, st.bitMask, st.bitValue); }
+        bool overrun() const { return false; }
+    };
+
     try {
-        // Reader state; the count of bytes produced is out.size.
-        quint64 inputIndex = 0;
-        int bitMask = 0;
-        int bitValue = 0;
-        const qsizetype unlimited = std::numeric_limits<qsizetype>::max() / 2;
+        ReaderState st;
+        Plain slow{input, st};
+        const qsizetype unlimited = std::numeric_limits<qsizetype>::max() / 4;
         QByteArray buffer;
         Output out = start(buffer, initialOutputSize(input.size(), unlimited));
-
-        const uchar* data = reinterpret_cast<const uchar*>(input.constData());
-        const quint64 size = quint64(input.size());
-
         // The first byte is always a literal, with no flag bit before it.
-        out.p[out.size++] = char(_readZX7Byte(input, inputIndex));
-        for (;;) {
-            if (!_readZX7Bit(input, inputIndex, bitMask, bitValue)) {
-                if (inputIndex + 8 <= size && out.capacity - out.size >= 8) {
-                    const int run = literalRun(bitMask, bitValue);
-                    std::memcpy(out.p + out.size, data + inputIndex, 8);
-                    inputIndex += quint64(run);
-                    out.size += run;
-                    bitMask >>= run - 1;
-                    continue;
-                }
-                if (out.size == out.capacity)
-                    out = grow(buffer, out, 1, unlimited);
-                out.p[out.size++] = char(_readZX7Byte(input, inputIndex));
-                continue;
-            }
-            int gamma = inputIndex + 8 <= size ? fastGamma(data, inputIndex, bitMask, bitValue) : 0;
-            if (gamma == 0)
-                gamma = _readEliasGamma(input, inputIndex, bitMask, bitValue);
-            const int len = gamma + 1;
-            if (len == 0)
-                break;
-            const quint64 offset = quint64(_readZX7Offset(input, inputIndex, bitMask, bitValue)) + 1;
-            // The format's own test allows twice the bytes produced so far; a
-            // source before the first byte is refused too, so that nothing
-            // outside the output is ever read.
-            const quint64 produced = quint64(out.size);
-            if (offset > produced + produced || offset > produced)
-                return QByteArray();
-            if (out.size + len > out.capacity)
-                out = grow(buffer, out, len, unlimited);
-            copyBack(out.p + out.size, qsizetype(offset), len, out.capacity - out.size);
-            out.size += len;
-        }
+        out.p[out.size++] = char(slow.byte());
+        if (!decodeTokens(reinterpret_cast<const uchar*>(input.constData()), quint64(input.size()), st, slow,
+                          buffer, out, unlimited))
+            return QByteArray();
         buffer.resize(out.size);
         return buffer;
     } catch (const std::bad_alloc&) {
@@ -362,67 +478,18 @@ QByteArray TWZX7::decompress(const QByteArray& input, qsizetype maxOutputSize, b
     if (ok)
         *ok = false;
     try {
-        BoundedReader in{reinterpret_cast<const uchar*>(input.constData()), quint64(input.size())};
+        const uchar* data = reinterpret_cast<const uchar*>(input.constData());
+        ReaderState st;
+        CheckedReader slow{data, quint64(input.size()), st};
         const qsizetype limit = std::max<qsizetype>(maxOutputSize, 0);
         QByteArray buffer;
         Output out = start(buffer, initialOutputSize(input.size(), limit));
-
-        const int first = in.byte();
-        if (in.overrun || limit < 1)
+        const int first = slow.byte();
+        if (slow.overrun() || limit < 1)
             return QByteArray();
         out.p[out.size++] = char(first);
-        for (;;) {
-            const int flag = in.bit();
-            if (in.overrun)
-                return QByteArray();
-            if (!flag) {
-                const int run = literalRun(in.bitMask, in.bitValue);
-                if (in.size - in.index >= 8 && out.capacity - out.size >= 8 && limit - out.size >= run) {
-                    std::memcpy(out.p + out.size, in.data + in.index, 8);
-                    in.index += quint64(run);
-                    out.size += run;
-                    in.bitMask >>= run - 1;
-                    continue;
-                }
-                const int literal = in.byte();
-                if (in.overrun || out.size >= limit)
-                    return QByteArray();
-                if (out.size == out.capacity)
-                    out = grow(buffer, out, 1, limit);
-                out.p[out.size++] = char(literal);
-                continue;
-            }
-            int len = in.size - in.index >= 8 ? fastGamma(in.data, in.index, in.bitMask, in.bitValue) : 0;
-            if (len == 0) {
-                int zeros = 0;
-                while (!in.bit()) {
-                    if (in.overrun)
-                        return QByteArray();
-                    if (zeros < 16)
-                        ++zeros;
-                }
-                if (zeros > 15)
-                    break; // the end marker
-                len = 1;
-                while (zeros-- > 0)
-                    len = (len << 1) | in.bit();
-            }
-            ++len;
-            int offset = in.byte();
-            if (offset >= 128) {
-                int high = 0;
-                for (int k = 0; k < 4; ++k)
-                    high = (high << 1) | in.bit();
-                offset = ((high << 7) | (offset & 127)) + 128;
-            }
-            ++offset;
-            if (in.overrun || offset > out.size || len > limit - out.size)
-                return QByteArray();
-            if (out.size + len > out.capacity)
-                out = grow(buffer, out, len, limit);
-            copyBack(out.p + out.size, offset, len, out.capacity - out.size);
-            out.size += len;
-        }
+        if (!decodeTokens(data, quint64(input.size()), st, slow, buffer, out, limit))
+            return QByteArray();
         if (ok)
             *ok = true;
         buffer.resize(out.size);
