@@ -695,7 +695,7 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
         };
 
         const quint32 pair = quint32(in[i - 1]) << 8 | in[i];
-        const quint32 hash3 = chain3.hash(key3(in, i));
+        const quint32 hash3 = i >= 2 ? chain3.hash(key3(in, i)) : 0;
         const quint32 hash4 = i >= 3 ? chain4.hash(key4(in, i)) : 0;
         const quint32 nearest = pairs.get()[pair];
         qsizetype nearestLen = 0;
