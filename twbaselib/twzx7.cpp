@@ -502,28 +502,26 @@ QByteArray TWZX7::decompress(const QByteArray& input, qsizetype maxOutputSize, b
 // ---------------------------------------------------------------------------
 // Encoding
 
-int TWZX7::_eliasGammaBits(int value)
+// The helpers below are inline for the same reason as the readers.
+
+Q_ALWAYS_INLINE int TWZX7::_eliasGammaBits(int value)
 {
-    int bits = 1;
-    while (value > 1) {
-        bits += 2;
-        value >>= 1;
-    }
-    return bits;
+    // 1, and 2 more for each halving that leaves the value above 1.
+    return value > 1 ? 1 + 2 * (31 - int(qCountLeadingZeroBits(quint32(value)))) : 1;
 }
 
-int TWZX7::_countBits(const int& offset, const int& len)
+Q_ALWAYS_INLINE int TWZX7::_countBits(const int& offset, const int& len)
 {
     return 1 + (offset > 128 ? 12 : 8) + _eliasGammaBits(len - 1);
 }
 
-void TWZX7::_writeZX7Byte(QByteArray& output, long& diff, const int& value)
+Q_ALWAYS_INLINE void TWZX7::_writeZX7Byte(QByteArray& output, long& diff, const int& value)
 {
     output.append(char(value & 0xFF));
     --diff;
 }
 
-void TWZX7::_writeZX7Bit(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
+Q_ALWAYS_INLINE void TWZX7::_writeZX7Bit(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
 {
     if (bitMask == 0) {
         bitMask = 128;
@@ -535,7 +533,7 @@ void TWZX7::_writeZX7Bit(QByteArray& output, long& diff, quint64& bitIndex, int&
     bitMask >>= 1;
 }
 
-void TWZX7::_writeEliasGamma(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
+Q_ALWAYS_INLINE void TWZX7::_writeEliasGamma(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
 {
     int test = 2;
     while (test <= value) {
@@ -546,7 +544,7 @@ void TWZX7::_writeEliasGamma(QByteArray& output, long& diff, quint64& bitIndex, 
         _writeZX7Bit(output, diff, bitIndex, bitMask, value & test);
 }
 
-void TWZX7::_readRawBytes(const int& count, long& diff, long& delta)
+Q_ALWAYS_INLINE void TWZX7::_readRawBytes(const int& count, long& diff, long& delta)
 {
     // diff and delta track how far the output runs ahead of the input; the
     // stream does not depend on them.
@@ -668,12 +666,11 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
 
         // Costs the lengths from reached + 1 to len at this offset.
         const auto offer = [&](qsizetype offset, qsizetype len) {
-            const quint64 offsetBits = offset > 128 ? 13 : 9;
             for (qsizetype from = reached + 1; from <= len;) {
                 const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
                 const qsizetype to = std::min<qsizetype>(len, qsizetype(2) << band);
                 const quint64 floorBits = rec[i - to].bits;
-                const quint64 cost = floorBits + offsetBits + quint64(2 * band + 1);
+                const quint64 cost = floorBits + quint64(_countBits(int(offset), int(to)));
                 if (cost < bestBits) {
                     // The shortest length of the band that costs as little.
                     qsizetype lo = from;
