@@ -9,5 +9,6 @@
 #include "twlogger.h"
 #include "twqueue.h"
 #include "twutils.h"
+#include "twzx7.h"
 
 #endif // TWBASELIB_H

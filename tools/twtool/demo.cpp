@@ -16,6 +16,7 @@ struct DemoStep
 // The tour, in order. A new step goes at the end.
 const DemoStep steps[] = {
     {"Named objects, last errors and the numbered log", demoObjectsAndLogger},
+    {"ZX7 compression", demoZx7},
 };
 
 } // namespace

@@ -1,0 +1,837 @@
+#include "twzx7.h"
+
+#include <QtCore/qalgorithms.h>
+#include <QtCore/qendian.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+
+namespace {
+
+constexpr qsizetype MaxOffset = 2176;   // farthest a sequence reaches back
+constexpr qsizetype MaxLength = 0x10000; // longest sequence
+constexpr qsizetype MaxInput = 0xFFFFFFFF; // positions are kept in 32 bits
+
+/*
+ * The output of a decoder: a QByteArray written through a raw pointer and grown
+ * by doubling, so that a byte costs a store and a compare. The pointer and the
+ * counts are plain locals of the decoder (nothing takes their address), so that
+ * the compiler keeps them in registers across the byte stores. Growing may
+ * throw std::bad_alloc; the decoders turn that into an empty result.
+ */
+struct Output
+{
+    char* p;
+    qsizetype size;
+    qsizetype capacity;
+};
+
+Q_NEVER_INLINE Output grow(QByteArray& buffer, Output out, qsizetype more, qsizetype maxCapacity)
+{
+    out.capacity = std::max(std::min(out.capacity * 2, maxCapacity), out.size + more);
+    buffer.resize(out.capacity);
+    out.p = buffer.data();
+    return out;
+}
+
+Output start(QByteArray& buffer, qsizetype capacity)
+{
+    buffer.resize(capacity);
+    return {buffer.data(), 0, capacity};
+}
+
+// Copies len bytes from offset bytes back. The source may run into the bytes
+// that this copy writes, as if they were copied one at a time front to back: a
+// short pattern then repeats (offset 1 repeats the last byte). Long repeats are
+// built by doubling what is already written. room is the space from dst to the
+// end of the buffer; a short copy may scribble past len into it.
+inline void copyBack(char* dst, qsizetype offset, qsizetype len, qsizetype room)
+{
+    const char* src = dst - offset;
+    if (len <= 16 && offset >= 8 && room >= 16) {
+        // Two moves of 8 bytes: each reads only bytes written before it.
+        std::memcpy(dst, src, 8);
+        std::memcpy(dst + 8, src + 8, 8);
+    } else if (len <= 16) {
+        for (qsizetype k = 0; k < len; ++k)
+            dst[k] = src[k];
+    } else if (offset >= len) {
+        std::memcpy(dst, src, size_t(len));
+    } else if (offset == 1) {
+        std::memset(dst, *src, size_t(len));
+    } else {
+        std::memcpy(dst, src, size_t(offset));
+        for (qsizetype done = offset; done < len;) {
+            const qsizetype chunk = std::min(done, len - done);
+            std::memcpy(dst + done, dst, size_t(chunk));
+            done += chunk;
+        }
+    }
+}
+
+/*
+ * The state of a bit reader, as the stream's own readers keep it: the position
+ * of the next stream byte, the bit of the current flag byte last handed out,
+ * and that flag byte.
+ */
+struct ReaderState
+{
+    quint64 index = 0;
+    int bitMask = 0;
+    int bitValue = 0;
+};
+
+/*
+ * Fast reads, shared by both decoders. They take the same bits as the bit
+ * readers and leave the state as those would, but read ahead without checks,
+ * so they are used only while FastMargin bytes of input remain, which covers
+ * the longest token.
+ */
+constexpr quint64 FastMargin = 16;
+
+// The next flag bit.
+Q_ALWAYS_INLINE int fastFlag(const uchar* data, ReaderState& st)
+{
+    st.bitMask >>= 1;
+    if (st.bitMask == 0) {
+        st.bitMask = 128;
+        st.bitValue = data[st.index++];
+    }
+    return st.bitValue & st.bitMask;
+}
+
+// After a 0 flag bit: how many 0 bits stand from the mask down in the flag
+// byte, the one just read included. Each is a literal, and their bytes follow
+// each other in the input.
+Q_ALWAYS_INLINE int literalRun(const ReaderState& st)
+{
+    const int rest = st.bitValue & (2 * st.bitMask - 1);
+    const int top = int(qCountTrailingZeroBits(quint32(st.bitMask)));
+    return rest ? top - (31 - int(qCountLeadingZeroBits(quint32(rest)))) : top + 1;
+}
+
+// The next 64 flag bits: the unread rest of the flag byte, then the bytes that
+// follow in the input. Within a gamma code or the bits of an offset no stream
+// byte comes between, so these are the flag bits to come.
+Q_ALWAYS_INLINE quint64 bitWindow(const uchar* data, const ReaderState& st, int& left)
+{
+    left = int(qCountTrailingZeroBits(quint32(st.bitMask)));
+    const quint64 ahead = qFromBigEndian<quint64>(data + st.index);
+    return left ? (quint64(st.bitValue & (st.bitMask - 1)) << (64 - left)) | (ahead >> left) : ahead;
+}
+
+// Consumes `used` bits of a window taken with `left` unread bits.
+Q_ALWAYS_INLINE void skipBits(const uchar* data, ReaderState& st, int left, int used)
+{
+    if (used <= left) {
+        st.bitMask >>= used;
+        return;
+    }
+    const int fresh = used - left; // bits taken from bytes not fetched yet
+    const int bytes = (fresh + 7) / 8;
+    st.index += quint64(bytes);
+    st.bitValue = data[st.index - 1];
+    st.bitMask = 1 << (8 * bytes - fresh);
+}
+
+// A gamma code read at once; 0, with nothing read, for a code with more than 15
+// leading zeros (the end marker), which is left to the bit reader.
+Q_ALWAYS_INLINE int fastGamma(const uchar* data, ReaderState& st)
+{
+    int left;
+    const quint64 window = bitWindow(data, st, left);
+    const int zeros = int(qCountLeadingZeroBits(window));
+    if (zeros > 15)
+        return 0;
+    const int used = 2 * zeros + 1;
+    skipBits(data, st, left, used);
+    return int(window >> (64 - used));
+}
+
+// A first guess at the expanded size: ZX7 rarely does better than 4:1 on real data.
+qsizetype initialOutputSize(qsizetype inputSize, qsizetype limit)
+{
+    const qsizetype guess = inputSize < (qsizetype(1) << 40) ? std::max<qsizetype>(256, inputSize * 4) : inputSize;
+    return std::min(guess, std::max<qsizetype>(limit, 1));
+}
+
+/*
+ * The tokens after the first byte, up to the end marker. Slow reads the bits
+ * near the end of the input, where the fast reads may not run: bit(), byte(),
+ * gamma() (-1 for the end marker, -2 for a read past the end), offset() and
+ * overrun(). Answers true at the end marker, false when the stream reaches
+ * before the start of the data, past `limit` bytes or past the end of the
+ * input.
+ */
+template <class Slow>
+Q_ALWAYS_INLINE bool decodeTokens(const uchar* data, quint64 size, ReaderState& st, Slow& slow,
+                                  QByteArray& buffer, Output& out, qsizetype limit)
+{
+    for (;;) {
+        int len;
+        int offset;
+        if (st.index + FastMargin <= size) {
+            if (!fastFlag(data, st)) {
+                const int run = literalRun(st);
+                if (run > limit - out.size)
+                    return false;
+                if (out.capacity - out.size < 8)
+                    out = grow(buffer, out, 8, limit);
+                std::memcpy(out.p + out.size, data + st.index, 8);
+                st.index += quint64(run);
+                out.size += run;
+                st.bitMask >>= run - 1;
+                continue;
+            }
+            len = fastGamma(data, st);
+            if (len == 0 && (len = slow.gamma()) < 0)
+                return len == -1;
+            offset = data[st.index++];
+            if (offset >= 128) {
+                int high = 0;
+                for (int k = 0; k < 4; ++k)
+                    high = (high << 1) | (fastFlag(data, st) ? 1 : 0);
+                offset = ((high << 7) | (offset & 127)) + 128;
+            }
+        } else {
+            const int flag = slow.bit();
+            if (slow.overrun())
+                return false;
+            if (!flag) {
+                const int literal = slow.byte();
+                if (slow.overrun() || out.size >= limit)
+                    return false;
+                if (out.size == out.capacity)
+                    out = grow(buffer, out, 1, limit);
+                out.p[out.size++] = char(literal);
+                continue;
+            }
+            if ((len = slow.gamma()) < 0)
+                return len == -1;
+            offset = slow.offset();
+            if (slow.overrun())
+                return false;
+        }
+        ++len;
+        ++offset;
+        // The format's own test allows an offset of twice the bytes produced;
+        // a source before the first byte is refused as well, so that nothing
+        // outside the output is ever read.
+        if (offset > 2 * out.size || offset > out.size || len > limit - out.size)
+            return false;
+        if (out.size + len > out.capacity)
+            out = grow(buffer, out, len, limit);
+        copyBack(out.p + out.size, offset, len, out.capacity - out.size);
+        out.size += len;
+    }
+}
+
+/*
+ * The slow reads of the bounded decoder: the stream's own reader, but a read
+ * past the end sets a flag instead of yielding zeros for ever.
+ */
+struct CheckedReader
+{
+    const uchar* data;
+    quint64 size;
+    ReaderState& st;
+    bool over = false;
+
+    Q_ALWAYS_INLINE int byte()
+    {
+        if (st.index >= size) {
+            over = true;
+            return 0;
+        }
+        return data[st.index++];
+    }
+
+    Q_ALWAYS_INLINE int bit()
+    {
+        st.bitMask >>= 1;
+        if (st.bitMask == 0) {
+            st.bitMask = 128;
+            st.bitValue = byte();
+        }
+        return (st.bitValue & st.bitMask) ? 1 : 0;
+    }
+
+    int gamma()
+    {
+        int zeros = 0;
+        while (!bit()) {
+            if (over)
+                return -2;
+            if (zeros < 16)
+                ++zeros;
+        }
+        if (zeros > 15)
+            return -1;
+        int value = 1;
+        while (zeros-- > 0)
+            value = (value << 1) | bit();
+        return over ? -2 : value;
+    }
+
+    int offset()
+    {
+        const int value = byte();
+        if (value < 128)
+            return value;
+        int high = 0;
+        for (int k = 0; k < 4; ++k)
+            high = (high << 1) | bit();
+        return ((high << 7) | (value & 127)) + 128;
+    }
+
+    bool overrun() const { return over; }
+};
+
+// How many positions x, x-1, x-2, ... (at most maxCount) hold the same byte as
+// the position offset bytes before them. Stops at the start of the data.
+inline qsizetype equalBackward(const uchar* in, qsizetype x, qsizetype offset, qsizetype maxCount)
+{
+    const qsizetype limit = std::min(maxCount, x - offset + 1);
+    qsizetype n = 0;
+    while (n + 8 <= limit) {
+        const quint64 a = qFromLittleEndian<quint64>(in + x - n - 7);
+        const quint64 b = qFromLittleEndian<quint64>(in + x - offset - n - 7);
+        if (a != b)
+            return n + qsizetype(qCountLeadingZeroBits(a ^ b) >> 3);
+        n += 8;
+    }
+    while (n < limit && in[x - n] == in[x - offset - n])
+        ++n;
+    return n;
+}
+
+/*
+ * What the search knows about one offset: every position from start to end
+ * holds the byte found offset positions earlier. exact says that start - 1 does
+ * not (or lies too near the start of the data), so the run cannot be longer.
+ * An end of 0 means nothing is known yet.
+ */
+struct OffsetRun
+{
+    quint32 start;
+    quint32 end;
+    bool exact;
+};
+
+constexpr quint32 Window = 4096; // chain entries kept: more than MaxOffset positions back
+constexpr quint32 WindowMask = Window - 1;
+
+inline quint32 key3(const uchar* in, qsizetype i)
+{
+    return quint32(in[i - 2]) | quint32(in[i - 1]) << 8 | quint32(in[i]) << 16;
+}
+
+inline quint32 key4(const uchar* in, qsizetype i)
+{
+    return qFromLittleEndian<quint32>(in + i - 3);
+}
+
+/*
+ * Earlier positions whose last bytes hash alike, latest first, kept for the
+ * last Window positions. An entry's base is the lowest entry of its stretch:
+ * the entries below it down to the base follow each other at one step, the
+ * period, and the bytes between them repeat with that period.
+ */
+struct HashChain
+{
+    quint32* heads;
+    int shift;
+    quint32 next[Window];
+    quint32 base[Window];
+
+    quint32 hash(quint32 key) const { return (key * 2654435761u) >> shift; }
+
+    // Enters position i. periodic says that the bytes from nearest + 1 to i
+    // repeat with the period i - nearest; if nearest is also the previous entry
+    // of this chain and its stretch has that period (or none yet), i extends it.
+    void insert(qsizetype i, quint32 hash, bool periodic, quint32 nearest)
+    {
+        const quint32 previous = heads[hash];
+        const quint32 slot = quint32(i) & WindowMask;
+        next[slot] = previous;
+        base[slot] = quint32(i);
+        if (periodic && previous == nearest && previous != 0) {
+            const quint32 p = previous & WindowMask;
+            if (base[p] == previous || next[p] == previous - (quint32(i) - previous))
+                base[slot] = base[p];
+        }
+        heads[hash] = quint32(i);
+    }
+};
+
+struct FreeDeleter
+{
+    void operator()(void* p) const { std::free(p); }
+};
+
+} // namespace
+
+namespace TW {
+
+TWZX7& TWZX7::operator=(const TWZX7& /*other*/)
+{
+    return *this;
+}
+
+TWZX7& TWZX7::operator=(TWZX7&& /*other*/) noexcept
+{
+    return *this;
+}
+
+// ---------------------------------------------------------------------------
+// Decoding
+
+// The readers are inline so that the decoding loop, their only user, gets them
+// without calls.
+
+Q_ALWAYS_INLINE int TWZX7::_readZX7Byte(const QByteArray& input, quint64& inputIndex)
+{
+    // Past the end every byte reads as 0 and the index stays where it is.
+    if (inputIndex >= quint64(input.size()))
+        return 0;
+    return uchar(input.constData()[inputIndex++]);
+}
+
+Q_ALWAYS_INLINE int TWZX7::_readZX7Bit(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
+{
+    bitMask >>= 1;
+    if (bitMask == 0) {
+        bitMask = 128;
+        bitValue = _readZX7Byte(input, inputIndex);
+    }
+    return (bitValue & bitMask) ? 1 : 0;
+}
+
+Q_ALWAYS_INLINE int TWZX7::_readEliasGamma(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
+{
+    // The count is not bounded while it runs (only 16 or more matters, so it
+    // stops growing there rather than overflow).
+    int zeros = 0;
+    while (!_readZX7Bit(input, inputIndex, bitMask, bitValue)) {
+        if (zeros < 16)
+            ++zeros;
+    }
+    if (zeros > 15)
+        return -1; // the end marker
+    int value = 1;
+    while (zeros-- > 0)
+        value = (value << 1) | _readZX7Bit(input, inputIndex, bitMask, bitValue);
+    return value;
+}
+
+Q_ALWAYS_INLINE int TWZX7::_readZX7Offset(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
+{
+    const int value = _readZX7Byte(input, inputIndex);
+    if (value < 128)
+        return value;
+    int high = 0;
+    for (int k = 0; k < 4; ++k)
+        high = (high << 1) | _readZX7Bit(input, inputIndex, bitMask, bitValue);
+    return ((high << 7) | (value & 127)) + 128;
+}
+
+QByteArray TWZX7::decompress(const QByteArray& input)
+{
+    // Near the end of the input the stream's own readers take the bits, with
+    // their rule that bytes past the end read as 0.
+    struct Plain
+    {
+        const QByteArray& input;
+        ReaderState& st;
+
+        int bit() { return _readZX7Bit(input, st.index, st.bitMask, st.bitValue); }
+        int byte() { return _readZX7Byte(input, st.index); }
+        int gamma() { return _readEliasGamma(input, st.index, st.bitMask, st.bitValue); }
+        int offset() { return _readZX7Offset(input, st.index, st.bitMask, st.bitValue); }
+        bool overrun() const { return false; }
+    };
+
+    try {
+        ReaderState st;
+        Plain slow{input, st};
+        const qsizetype unlimited = std::numeric_limits<qsizetype>::max() / 4;
+        QByteArray buffer;
+        Output out = start(buffer, initialOutputSize(input.size(), unlimited));
+        // The first byte is always a literal, with no flag bit before it.
+        out.p[out.size++] = char(slow.byte());
+        if (!decodeTokens(reinterpret_cast<const uchar*>(input.constData()), quint64(input.size()), st, slow,
+                          buffer, out, unlimited))
+            return QByteArray();
+        buffer.resize(out.size);
+        return buffer;
+    } catch (const std::bad_alloc&) {
+        return QByteArray();
+    }
+}
+
+QByteArray TWZX7::decompress(const QByteArray& input, qsizetype maxOutputSize, bool* ok)
+{
+    if (ok)
+        *ok = false;
+    try {
+        const uchar* data = reinterpret_cast<const uchar*>(input.constData());
+        ReaderState st;
+        CheckedReader slow{data, quint64(input.size()), st};
+        const qsizetype limit = std::max<qsizetype>(maxOutputSize, 0);
+        QByteArray buffer;
+        Output out = start(buffer, initialOutputSize(input.size(), limit));
+        const int first = slow.byte();
+        if (slow.overrun() || limit < 1)
+            return QByteArray();
+        out.p[out.size++] = char(first);
+        if (!decodeTokens(data, quint64(input.size()), st, slow, buffer, out, limit))
+            return QByteArray();
+        if (ok)
+            *ok = true;
+        buffer.resize(out.size);
+        return buffer;
+    } catch (const std::bad_alloc&) {
+        return QByteArray();
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Encoding
+
+// The helpers below are inline for the same reason as the readers.
+
+Q_ALWAYS_INLINE int TWZX7::_eliasGammaBits(int value)
+{
+    // 1, and 2 more for each halving that leaves the value above 1.
+    return value > 1 ? 1 + 2 * (31 - int(qCountLeadingZeroBits(quint32(value)))) : 1;
+}
+
+Q_ALWAYS_INLINE int TWZX7::_countBits(const int& offset, const int& len)
+{
+    return 1 + (offset > 128 ? 12 : 8) + _eliasGammaBits(len - 1);
+}
+
+Q_ALWAYS_INLINE void TWZX7::_writeZX7Byte(QByteArray& output, long& diff, const int& value)
+{
+    output.append(char(value & 0xFF));
+    --diff;
+}
+
+Q_ALWAYS_INLINE void TWZX7::_writeZX7Bit(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
+{
+    if (bitMask == 0) {
+        bitMask = 128;
+        bitIndex = quint64(output.size());
+        _writeZX7Byte(output, diff, 0);
+    }
+    if (value > 0)
+        output.data()[bitIndex] = char(uchar(output.constData()[bitIndex]) | bitMask);
+    bitMask >>= 1;
+}
+
+Q_ALWAYS_INLINE void TWZX7::_writeEliasGamma(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
+{
+    int test = 2;
+    while (test <= value) {
+        _writeZX7Bit(output, diff, bitIndex, bitMask, 0);
+        test <<= 1;
+    }
+    while ((test >>= 1) > 0)
+        _writeZX7Bit(output, diff, bitIndex, bitMask, value & test);
+}
+
+Q_ALWAYS_INLINE void TWZX7::_readRawBytes(const int& count, long& diff, long& delta)
+{
+    // diff and delta track how far the output runs ahead of the input; the
+    // stream does not depend on them.
+    diff += count;
+    if (diff > delta)
+        delta = diff;
+}
+
+/*
+ * The optimal parse. For each position i, the earlier positions that end with
+ * the same byte pair are the candidates, nearest first, up to 2176 back. Each
+ * candidate offset offers every length from 2 up to its match length at i, but
+ * a length is only costed at the first (nearest) offset that reaches it, so a
+ * candidate offers the lengths above the longest one costed so far. A length
+ * replaces the record of i only when strictly cheaper: a literal wins ties, and
+ * among equal sequences the nearer offset and then the shorter length stay.
+ *
+ * Done naively this costs every length of a long match at every position, so
+ * that a run of n equal bytes costs about n * min(n, 65536) steps, and it walks
+ * every candidate. The search below gives exactly the same records faster:
+ *
+ * - Only a candidate that matches more bytes than the longest length costed so
+ *   far (`reached`) can change anything. After the nearest candidate `reached`
+ *   is at least 2, so the walk goes on along chains of positions whose last 3
+ *   bytes (then, from a `reached` of 3, 4 bytes) hash alike: every candidate
+ *   they leave out matches too few bytes to count. A candidate is then tested
+ *   at the one byte that decides whether it can beat `reached`.
+ * - Match lengths come from what earlier positions learnt about each offset
+ *   (OffsetRun), so a long match is not compared again byte by byte.
+ * - The cost of the lengths of one candidate is bits[i - len] plus a part that
+ *   depends only on the offset and on the gamma band of len - 1 (lengths 2,
+ *   3-4, 5-8, ..., 32769-65536). The fewest bits up to a position never drop as
+ *   the position grows (an optimal parse up to i, with its last sequence cut by
+ *   one byte or turned into a literal, encodes up to i - 1 for no more), so in
+ *   each band the longest length is the cheapest, and the first length that
+ *   costs as little is found by bisection.
+ * - Bytes that repeat a short period (runs of one byte, flat pixels) put chain
+ *   entries every period bytes: a stretch. Within a stretch only one entry can
+ *   beat the first one met (see below), so the walk skips the rest.
+ *
+ * The walk only looks MaxOffset positions back, so the chains are rings of the
+ * last Window positions, and beyond the records the memory is fixed.
+ */
+QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
+{
+    QList<TWCompOptimal> optimal;
+    const qsizetype size = input.size();
+    if (size == 0 || size > MaxInput || skip < 0 || skip >= size)
+        return optimal;
+
+    // pairs[pair] is the latest position at which the byte pair ended.
+    const int hashBits = std::clamp(int(qCountLeadingZeroBits(quint64(1))) - int(qCountLeadingZeroBits(quint64(size))) + 1, 10, 16);
+    std::unique_ptr<quint32, FreeDeleter> pairs(static_cast<quint32*>(std::calloc(0x10000, sizeof(quint32))));
+    std::unique_ptr<quint32, FreeDeleter> heads(static_cast<quint32*>(std::calloc(size_t(2) << hashBits, sizeof(quint32))));
+    std::unique_ptr<OffsetRun, FreeDeleter> runs(static_cast<OffsetRun*>(std::calloc(MaxOffset + 1, sizeof(OffsetRun))));
+    std::unique_ptr<HashChain[]> chains(new (std::nothrow) HashChain[2]);
+    if (!pairs || !heads || !runs || !chains)
+        return optimal;
+    HashChain& chain3 = chains[0];
+    HashChain& chain4 = chains[1];
+    chain3.heads = heads.get();
+    chain4.heads = heads.get() + (size_t(1) << hashBits);
+    chain3.shift = chain4.shift = 32 - hashBits;
+
+    // Records are appended as the search goes, into room reserved at once, so
+    // that each is written once; the skipped bytes get empty ones.
+    optimal.reserve(size);
+    optimal.resize(skip);
+    optimal.append(TWCompOptimal{8, 0, 0}); // the first byte is always a literal
+    const uchar* in = reinterpret_cast<const uchar*>(input.constData());
+    const TWCompOptimal* rec = optimal.constData();
+
+    // The skipped bytes only feed the tables; the older ones lie out of reach.
+    for (qsizetype i = std::max<qsizetype>(1, skip - MaxOffset); i <= skip; ++i) {
+        pairs.get()[quint32(in[i - 1]) << 8 | in[i]] = quint32(i);
+        if (i >= 2)
+            chain3.insert(i, chain3.hash(key3(in, i)), false, 0);
+        if (i >= 3)
+            chain4.insert(i, chain4.hash(key4(in, i)), false, 0);
+    }
+
+    for (qsizetype i = skip + 1; i < size; ++i) {
+        quint64 bestBits = rec[i - 1].bits + 9;
+        qint32 bestOffset = 0;
+        qint32 bestLen = 0;
+
+        const qsizetype cap = std::min(MaxLength, i - skip); // no sequence may start before skip
+        const qsizetype lowest = i - cap + 1;                // lowest position a sequence may cover
+        qsizetype reached = 1;                               // longest length costed so far
+
+        // The match length at an offset, at most cap, from what is known about
+        // the offset and a comparison of what is not.
+        const auto matchAt = [&](qsizetype offset) -> qsizetype {
+            OffsetRun& run = runs.get()[offset];
+            const qsizetype stop = std::max(qsizetype(run.end) + 1, lowest);
+            const qsizetype fresh = equalBackward(in, i, offset, i - stop + 1);
+            if (fresh < i - stop + 1) {
+                run = {quint32(i - fresh + 1), quint32(i), true};
+                return fresh;
+            }
+            if (run.end == 0 || stop > qsizetype(run.end) + 1) {
+                run = {quint32(lowest), quint32(i), false};
+                return cap;
+            }
+            // Verified down to the known run: join them.
+            run.end = quint32(i);
+            if (qsizetype(run.start) <= lowest)
+                return cap;
+            if (!run.exact) {
+                const qsizetype below = qsizetype(run.start) - 1;
+                const qsizetype more = equalBackward(in, below, offset, below - lowest + 1);
+                run.exact = more < below - lowest + 1;
+                run.start = quint32(run.exact ? below - more + 1 : lowest);
+                if (!run.exact)
+                    return cap;
+            }
+            return i - qsizetype(run.start) + 1;
+        };
+
+        // Costs the lengths from reached + 1 to len at this offset.
+        const auto offer = [&](qsizetype offset, qsizetype len) {
+            for (qsizetype from = reached + 1; from <= len;) {
+                const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
+                const qsizetype to = std::min<qsizetype>(len, qsizetype(2) << band);
+                const quint64 floorBits = rec[i - to].bits;
+                const quint64 cost = floorBits + quint64(_countBits(int(offset), int(to)));
+                if (cost < bestBits) {
+                    // The shortest length of the band that costs as little.
+                    qsizetype lo = from;
+                    qsizetype hi = to;
+                    while (lo < hi) {
+                        const qsizetype mid = lo + (hi - lo) / 2;
+                        if (rec[i - mid].bits == floorBits)
+                            hi = mid;
+                        else
+                            lo = mid + 1;
+                    }
+                    bestBits = cost;
+                    bestOffset = qint32(offset);
+                    bestLen = qint32(lo);
+                }
+                from = to + 1;
+            }
+            reached = len;
+        };
+
+        const quint32 pair = quint32(in[i - 1]) << 8 | in[i];
+        const quint32 hash3 = i >= 2 ? chain3.hash(key3(in, i)) : 0;
+        const quint32 hash4 = i >= 3 ? chain4.hash(key4(in, i)) : 0;
+        const quint32 nearest = pairs.get()[pair];
+        qsizetype nearestLen = 0;
+        if (nearest != 0 && i - qsizetype(nearest) <= MaxOffset && cap >= 2) {
+            nearestLen = matchAt(i - qsizetype(nearest));
+            offer(i - qsizetype(nearest), nearestLen);
+
+            HashChain* chain = reached >= 3 ? &chain4 : &chain3;
+            quint32 c = chain->heads[reached >= 3 ? hash4 : hash3];
+            while (c >= nearest) // nearest itself, or nearer positions that only hash alike
+                c = chain->next[c & WindowMask];
+            while (c != 0 && reached < cap) {
+                const qsizetype offset = i - qsizetype(c);
+                if (offset > MaxOffset)
+                    break;
+                if (chain == &chain3 && reached >= 3) {
+                    // From here on only 4-byte matches count: go on along their
+                    // chain, from the first entry not yet passed.
+                    chain = &chain4;
+                    quint32 d = chain4.heads[hash4];
+                    while (d > c)
+                        d = chain4.next[d & WindowMask];
+                    c = d;
+                    continue;
+                }
+                quint32 next = chain->next[c & WindowMask];
+
+                // Only a match longer than `reached` counts, and that needs this
+                // byte to match first.
+                const qsizetype x = i - reached;
+                if (x >= offset && in[x] == in[x - offset]) {
+                    const qsizetype len = matchAt(offset);
+                    if (len > reached)
+                        offer(offset, len);
+                }
+
+                // c stands in a stretch: the entries c - period, c - 2 * period,
+                // ... down to b, with the bytes from b - period + 1 to c
+                // repeating with that period. Against i, whose own bytes repeat
+                // with the period for `here` positions, each of these entries
+                // matches as far as the shorter of the two periodic depths, plus
+                // one period, unless both depths are equal. Those matches only
+                // fall as the entries go deeper, so none of them beats c, except
+                // the one entry whose depth equals `here`.
+                const quint32 b = chain->base[c & WindowMask];
+                if (b != c && reached < cap) {
+                    const qsizetype period = qsizetype(c) - qsizetype(next);
+                    const qsizetype here = matchAt(period);
+                    if (here < cap) {
+                        const qsizetype deeper = equalBackward(in, b, period, here + 1);
+                        next = i - qsizetype(b) <= MaxOffset ? chain->next[b & WindowMask] : 0;
+                        if (deeper <= here) {
+                            const qsizetype gap = qsizetype(c - b) + deeper - here;
+                            if (gap > 0 && (period == 1 || gap % period == 0))
+                                next = quint32(qsizetype(c) - gap);
+                        }
+                    }
+                }
+                c = next;
+            }
+        }
+
+        optimal.append(TWCompOptimal{bestBits, bestOffset, bestLen});
+
+        // The bytes from nearest + 1 to i repeat those (i - nearest) earlier:
+        // i may continue the stretch of nearest.
+        const bool periodic = nearestLen >= i - qsizetype(nearest);
+        pairs.get()[pair] = quint32(i);
+        if (i >= 2)
+            chain3.insert(i, hash3, periodic, nearest);
+        if (i >= 3)
+            chain4.insert(i, hash4, periodic, nearest);
+    }
+    return optimal;
+}
+
+QByteArray TWZX7::compress(const QByteArray& input, long skip)
+{
+    const qsizetype size = input.size();
+    if (size == 0 || size > MaxInput || skip < 0 || skip >= size)
+        return QByteArray();
+    try {
+        QList<TWCompOptimal> optimal = _optimize(input, skip);
+        if (optimal.size() != size)
+            return QByteArray();
+        TWCompOptimal* rec = optimal.data();
+        const qsizetype last = size - 1;
+
+        // 18 bits of end marker, 7 to round up: the exact size of the stream.
+        QByteArray output;
+        output.reserve(qsizetype((rec[last].bits + 25) / 8));
+
+        // Turn the parse into forward links, from skip to the last position.
+        rec[last].bits = 0;
+        for (qsizetype pos = last; pos > skip;) {
+            const qsizetype previous = pos - (rec[pos].len ? rec[pos].len : 1);
+            rec[previous].bits = quint64(pos);
+            pos = previous;
+        }
+
+        const uchar* in = reinterpret_cast<const uchar*>(input.constData());
+        long diff = long(skip - size);
+        long delta = 0;
+        quint64 bitIndex = 0;
+        int bitMask = 0;
+
+        _writeZX7Byte(output, diff, in[skip]);
+        _readRawBytes(1, diff, delta);
+        for (qsizetype pos = qsizetype(rec[skip].bits); pos != 0; pos = qsizetype(rec[pos].bits)) {
+            const TWCompOptimal& token = rec[pos];
+            if (token.len == 0) {
+                _writeZX7Bit(output, diff, bitIndex, bitMask, 0);
+                _writeZX7Byte(output, diff, in[pos]);
+                _readRawBytes(1, diff, delta);
+                continue;
+            }
+            _writeZX7Bit(output, diff, bitIndex, bitMask, 1);
+            _writeEliasGamma(output, diff, bitIndex, bitMask, token.len - 1);
+            int offset = token.offset - 1;
+            if (offset < 128) {
+                _writeZX7Byte(output, diff, offset);
+            } else {
+                offset -= 128;
+                _writeZX7Byte(output, diff, (offset & 127) | 128);
+                for (int mask = 0x400; mask > 0x40; mask >>= 1)
+                    _writeZX7Bit(output, diff, bitIndex, bitMask, offset & mask);
+            }
+            _readRawBytes(token.len, diff, delta);
+        }
+
+        // End marker: a sequence flag and a gamma code with sixteen leading zeros.
+        _writeZX7Bit(output, diff, bitIndex, bitMask, 1);
+        for (int k = 0; k < 16; ++k)
+            _writeZX7Bit(output, diff, bitIndex, bitMask, 0);
+        _writeZX7Bit(output, diff, bitIndex, bitMask, 1);
+        return output;
+    } catch (const std::bad_alloc&) {
+        return QByteArray();
+    }
+}
+
+} // namespace TW
