@@ -7,5 +7,6 @@
 #include "twinterfaces.h"
 #include "twobject.h"
 #include "twlogger.h"
+#include "twthreadpool.h"
 
 #endif // TWBASELIB_H

@@ -3,3 +3,10 @@
 // Out-of-line destructors anchor the interfaces' virtual tables in the library.
 TWObjectIface::~TWObjectIface() = default;
 TWLoggerIface::~TWLoggerIface() = default;
+
+TWThreadWorkerIface::TWThreadWorkerIface(QObject* parent)
+    : QObject(parent)
+{
+}
+
+TWThreadWorkerIface::~TWThreadWorkerIface() = default;
