@@ -7,6 +7,8 @@
 #include "twinterfaces.h"
 #include "twobject.h"
 #include "twlogger.h"
+#include "twsleep.h"
+#include "twtimemeasure.h"
 #include "twthreadpool.h"
 
 #endif // TWBASELIB_H
