@@ -10,5 +10,6 @@
 #include "twsleep.h"
 #include "twtimemeasure.h"
 #include "twthreadpool.h"
+#include "tweventfilter.h"
 
 #endif // TWBASELIB_H
