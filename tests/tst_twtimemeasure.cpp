@@ -6,6 +6,8 @@
 #include <QtCore/QRegularExpression>
 #include <QtTest/QTest>
 
+#include <memory>
+
 using TW::TWTimeMeasure;
 
 class TstTWTimeMeasure : public QObject
@@ -13,71 +15,62 @@ class TstTWTimeMeasure : public QObject
     Q_OBJECT
 
 private slots:
-    void lineAndLevel_data();
-    void lineAndLevel();
-    void globalLoggerFiltersByLevel();
+    void closingLine_data();
+    void closingLine();
 };
 
-void TstTWTimeMeasure::lineAndLevel_data()
+void TstTWTimeMeasure::closingLine_data()
 {
     QTest::addColumn<int>("level");
+    QTest::addColumn<bool>("ownLogger");
     QTest::addColumn<bool>("asChild");
-    QTest::newRow("info, local") << int(QtInfoMsg) << false;
-    QTest::newRow("debug, local") << int(QtDebugMsg) << false;
-    QTest::newRow("warning, child of a parent") << int(QtWarningMsg) << true;
+    QTest::newRow("info, own logger") << int(QtInfoMsg) << true << false;
+    QTest::newRow("debug, own logger") << int(QtDebugMsg) << true << false;
+    QTest::newRow("warning, child of a parent") << int(QtWarningMsg) << true << true;
+    QTest::newRow("info, global logger") << int(QtInfoMsg) << false << false;
+    QTest::newRow("debug, global logger drops it") << int(QtDebugMsg) << false << false;
 }
 
-// One line at destruction, at the given level, with the name that the object
-// really got and the time in milliseconds with its fractions.
-void TstTWTimeMeasure::lineAndLevel()
+// One line when the measure goes, at its level, with the name it really got
+// and the milliseconds with their fractions.
+void TstTWTimeMeasure::closingLine()
 {
     QFETCH(int, level);
+    QFETCH(bool, ownLogger);
     QFETCH(bool, asChild);
-    const auto type = QtMsgType(level);
-    TWTest::RecordingLogger logger, elsewhere;
-    TWTimeMeasure holder(QStringLiteral("measured"), QtInfoMsg, nullptr);
-    holder.setLogger(&elsewhere);
-    auto* pParent = new QObject;
-    auto* pMeasure = new TWTimeMeasure(QStringLiteral("measured"), type, asChild ? pParent : nullptr);
-    pMeasure->setLogger(&logger);
-    QCOMPARE(pMeasure->name(), QStringLiteral("measured00001"));
-    QCOMPARE(pMeasure->logLevel(), type);
-    QVERIFY(pMeasure->elapseTime().isValid());
-    QVERIFY(logger.records().isEmpty());
-
-    if (asChild)
-        delete pParent;
-    else
-        delete pMeasure, delete pParent;
-
-    const QList<TWTest::LogRecord> records = logger.records();
-    QCOMPARE(records.size(), 1);
-    QCOMPARE(records[0].type, type);
-    QVERIFY(records[0].function.contains(QLatin1String("~TWTimeMeasure")));
-    const QRegularExpressionMatch match =
-        QRegularExpression(QStringLiteral("^measured00001 running time is (\\S+) msec$")).match(records[0].msg);
-    QVERIFY2(match.hasMatch(), qPrintable(records[0].msg));
-    bool ok = false;
-    const double msecs = match.captured(1).toDouble(&ok);
-    QVERIFY(ok && msecs > 0);
-    QVERIFY2(msecs != double(qint64(msecs)), "the time keeps its fractions");
-    QCOMPARE(TWTimeMeasure::className(), QStringLiteral("TWTimeMeasure"));
-}
-
-// Without a logger of its own the line goes to the global logger, which by
-// default drops debug lines and keeps info lines.
-void TstTWTimeMeasure::globalLoggerFiltersByLevel()
-{
     TWTest::TempWorkDir dir;
-    TW::TWLogger* pGlobal = TW::TWLogger::globalInstance();
-    pGlobal->setFilePath(dir.path());
-    pGlobal->setConsoleOutput(false);
-    delete new TWTimeMeasure(QStringLiteral("quiet"), QtDebugMsg, nullptr);
-    delete new TWTimeMeasure(QStringLiteral("loud"), QtInfoMsg, nullptr);
+    TW::TWLogger::globalInstance()->setFilePath(dir.path());
+    TW::TWLogger::globalInstance()->setConsoleOutput(false);
+    TWTest::RecordingLogger logger;
+    TWTimeMeasure holder(QStringLiteral("measured"), QtInfoMsg, nullptr);
+    holder.setLogger(&logger);
+    logger.clear();
 
-    const QString log = QString::fromUtf8(dir.readFile(QStringLiteral("twoutput_0000.log")));
-    QVERIFY(!log.contains(QLatin1String("quiet running time is")));
-    QCOMPARE(log.count(QLatin1String("loud running time is")), 1);
+    auto parent = std::make_unique<QObject>();
+    auto* pMeasure = new TWTimeMeasure(QStringLiteral("measured"), QtMsgType(level), asChild ? parent.get() : nullptr);
+    if (ownLogger)
+        pMeasure->setLogger(&logger);
+    QCOMPARE(pMeasure->name(), QStringLiteral("measured00001"));
+    QCOMPARE(int(pMeasure->logLevel()), level);
+    QVERIFY(pMeasure->elapseTime().isValid() && logger.records().isEmpty());
+    asChild ? parent.reset() : delete pMeasure;
+
+    const QString file = QString::fromUtf8(dir.readFile(QStringLiteral("twoutput_0000.log")));
+    const QString text = ownLogger ? logger.messages().join(u'\n') : file;
+    const auto re = QRegularExpression(QStringLiteral("measured00001 running time is (\\S+) msec"));
+    if (!ownLogger && level == QtDebugMsg) {
+        QVERIFY(!text.contains(re));
+        return;
+    }
+    QCOMPARE(text.count(re), 1);
+    bool ok = false;
+    const double msecs = re.match(text).captured(1).toDouble(&ok);
+    QVERIFY(ok && msecs > 0 && msecs != double(qint64(msecs)));
+    if (ownLogger) {
+        QCOMPARE(int(logger.records().at(0).type), level);
+        QVERIFY(logger.records().at(0).function.contains(QLatin1String("~TWTimeMeasure")));
+    }
+    QCOMPARE(TWTimeMeasure::className(), QStringLiteral("TWTimeMeasure"));
 }
 
 QTEST_GUILESS_MAIN(TstTWTimeMeasure)
