@@ -10,5 +10,9 @@
 #include "twqueue.h"
 #include "twutils.h"
 #include "twzx7.h"
+#include "twsleep.h"
+#include "twtimemeasure.h"
+#include "twthreadpool.h"
+#include "tweventfilter.h"
 
 #endif // TWBASELIB_H

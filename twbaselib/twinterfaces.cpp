@@ -4,3 +4,10 @@
 TWObjectIface::~TWObjectIface() = default;
 TWLoggerIface::~TWLoggerIface() = default;
 TWQueueItemIface::~TWQueueItemIface() = default;
+
+TWThreadWorkerIface::TWThreadWorkerIface(QObject* parent)
+    : QObject(parent)
+{
+}
+
+TWThreadWorkerIface::~TWThreadWorkerIface() = default;

@@ -4,6 +4,7 @@
 #include "twglobal.h"
 
 #include <QtCore/qlogging.h>
+#include <QtCore/qobject.h>
 #include <QtCore/qstring.h>
 
 // The abstract faces of the library. They live in the global namespace so that
@@ -68,6 +69,32 @@ public:
     virtual ~TWQueueItemIface();
 
     virtual QString serialize() = 0;
+};
+
+/*!
+ * A job that a TW::TWThread runs: the host derives from this class, does the
+ * work in process() and emits finished() when the work is over.
+ *
+ * The thread moves the worker onto itself before it starts, so process() runs
+ * on the new thread; the thread ends once finished() has been emitted. A worker
+ * that never emits finished() keeps its thread running until it is told to
+ * quit. The thread reaches both members by their signatures only.
+ */
+class TWBASELIB_EXPORT TWThreadWorkerIface : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit TWThreadWorkerIface(QObject* parent = nullptr);
+    ~TWThreadWorkerIface() override;
+
+public slots:
+    /*! Does the work, on the worker thread; emits finished() when done. */
+    virtual void process() = 0;
+
+signals:
+    /*! Tells the thread that the work is over. */
+    void finished();
 };
 
 #endif // TWINTERFACES_H

@@ -2,6 +2,7 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QMetaMethod>
 #include <QtCore/QMutexLocker>
 
 namespace TWTest {
@@ -159,6 +160,23 @@ ProcessResult runProcess(const QString& program, const QStringList& arguments,
 QString helperPath(const QString& name)
 {
     return QStringLiteral(TW_TEST_HELPER_DIR) + QLatin1Char('/') + name;
+}
+
+QStringList metaMethods(const QMetaObject* metaObject)
+{
+    static const char* const access[] = {"private", "protected", "public"};
+    static const char* const kind[] = {"method", "signal", "slot", "constructor"};
+    QStringList out;
+    for (int i = metaObject->methodOffset(); i < metaObject->methodCount(); ++i) {
+        const QMetaMethod m = metaObject->method(i);
+        QStringList params;
+        for (int p = 0; p < m.parameterCount(); ++p)
+            params << QString::fromLatin1(m.parameterTypes().at(p) + ' ' + m.parameterNames().at(p));
+        out << QStringLiteral("%1 %2 %3 %4(%5)")
+                   .arg(QLatin1String(access[m.access()]), QLatin1String(kind[m.methodType()]),
+                        QLatin1String(m.typeName()), QString::fromLatin1(m.name()), params.join(QStringLiteral(", ")));
+    }
+    return out;
 }
 
 } // namespace TWTest

@@ -121,6 +121,12 @@ ProcessResult runProcess(const QString& program, const QStringList& arguments,
 /*! Path of a helper program built beside the tests. */
 QString helperPath(const QString& name);
 
+/*!
+ * The methods that \a metaObject adds to its base, in their order, one line
+ * each: "public signal void release(TWThread* pThread)".
+ */
+QStringList metaMethods(const QMetaObject* metaObject);
+
 } // namespace TWTest
 
 #endif // TWTESTSUPPORT_H

@@ -17,6 +17,7 @@ struct DemoStep
 const DemoStep steps[] = {
     {"Named objects, last errors and the numbered log", demoObjectsAndLogger},
     {"ZX7 compression", demoZx7},
+    {"Worker threads from a pool, timed by a scope timer", demoThreadPool},
 };
 
 } // namespace

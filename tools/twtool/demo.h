@@ -21,5 +21,6 @@ void say(const QString& text = QString());
 // Steps, in the order of the tour. Each returns true when it went as expected.
 bool demoObjectsAndLogger(DemoContext& context);
 bool demoZx7(DemoContext& context);
+bool demoThreadPool(DemoContext& context);
 
 #endif // TWTOOL_DEMO_H
