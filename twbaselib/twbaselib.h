@@ -7,5 +7,6 @@
 #include "twinterfaces.h"
 #include "twobject.h"
 #include "twlogger.h"
+#include "twconfig.h"
 
 #endif // TWBASELIB_H
