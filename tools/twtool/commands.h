@@ -8,6 +8,7 @@
 // exit status: 0 success, 1 the work failed, 2 usage error.
 
 int runLogCommand(const QStringList& arguments);
+int runConfigCommand(const QStringList& arguments);
 int runDemoCommand(const QStringList& arguments);
 
 #endif // TWTOOL_COMMANDS_H

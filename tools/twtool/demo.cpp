@@ -16,6 +16,7 @@ struct DemoStep
 // The tour, in order. A new step goes at the end.
 const DemoStep steps[] = {
     {"Named objects, last errors and the numbered log", demoObjectsAndLogger},
+    {"A logger set up from an INI file, and value ranges", demoConfiguration},
 };
 
 } // namespace

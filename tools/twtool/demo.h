@@ -20,5 +20,6 @@ void say(const QString& text = QString());
 
 // Steps, in the order of the tour. Each returns true when it went as expected.
 bool demoObjectsAndLogger(DemoContext& context);
+bool demoConfiguration(DemoContext& context);
 
 #endif // TWTOOL_DEMO_H
