@@ -14,5 +14,6 @@
 #include "twtimemeasure.h"
 #include "twthreadpool.h"
 #include "tweventfilter.h"
+#include "twconfig.h"
 
 #endif // TWBASELIB_H

@@ -11,3 +11,4 @@ TWThreadWorkerIface::TWThreadWorkerIface(QObject* parent)
 }
 
 TWThreadWorkerIface::~TWThreadWorkerIface() = default;
+TWConfigIface::~TWConfigIface() = default;

@@ -3,9 +3,13 @@
 
 #include "twglobal.h"
 
+#include <QtCore/qlist.h>
 #include <QtCore/qlogging.h>
+#include <QtCore/qmetatype.h>
 #include <QtCore/qobject.h>
 #include <QtCore/qstring.h>
+#include <QtCore/qstringlist.h>
+#include <QtCore/qvariant.h>
 
 // The abstract faces of the library. They live in the global namespace so that
 // host code can implement them without pulling in the TW namespace.
@@ -55,6 +59,45 @@ public:
      * messages: the context is ignored and the line names no source location.
      */
     virtual bool writeLog(QtMsgType type, const QMessageLogContext& context, const QString& msg) = 0;
+};
+
+/*!
+ * A source of typed settings. Every read takes the value to use when the
+ * setting is absent or unusable, so a caller always gets something to work
+ * with. TW::TWConfig reads an INI file; a host may supply its settings from
+ * elsewhere by implementing this interface.
+ */
+class TWBASELIB_EXPORT TWConfigIface
+{
+public:
+    virtual ~TWConfigIface();
+
+    /*! The raw value of \a key, or \a defaultValue when there is none. */
+    virtual QVariant getValue(const QString& key, const QVariant& defaultValue) = 0;
+    /*! The value as text. */
+    virtual QString getStrValue(const QString& key, const QString& defaultValue) = 0;
+    /*! The value as a list of texts (an unquoted comma in an INI value makes a list). */
+    virtual QList<QString> getStrListValue(const QString& key, const QList<QString>& defaultValue) = 0;
+    /*! The value as a boolean. */
+    virtual bool getBoolValue(const QString& key, bool defaultValue) = 0;
+    /*! The value as an unsigned int; \a defaultValue when it is no such number. */
+    virtual unsigned int getUIntValue(const QString& key, unsigned int defaultValue) = 0;
+    /*! The value as an int; \a defaultValue when it is no such number. */
+    virtual int getIntValue(const QString& key, int defaultValue) = 0;
+    /*! The value as an unsigned long long; \a defaultValue when it is no such number. */
+    virtual unsigned long long getULongLongValue(const QString& key,
+                                                 unsigned long long defaultValue) = 0;
+    /*! The value as a long long; \a defaultValue when it is no such number. */
+    virtual long long getLongLongValue(const QString& key, long long defaultValue) = 0;
+    /*!
+     * A single value ("13"), a range ("0 - 100", \a isRange true) or a list
+     * ("2, 3, 4, 5") of elements of \a type. \a defaultValue is text in the same
+     * form. Returns an empty list when the value does not fit.
+     */
+    virtual QList<QVariant> getValueRange(const QString& key, bool& isRange, QMetaType::Type type,
+                                          const QString& defaultValue) = 0;
+    /*! The value as an absolute folder path ending in "/". */
+    virtual QString getFolder(const QString& key, const QString& defaultValue) = 0;
 };
 
 /*!

@@ -571,4 +571,86 @@ void TWLogger::setMaxFileSize(qint64 maxFileSize)
     _maxFileSize = maxFileSize;
 }
 
+// --- Setup from configuration ------------------------------------------------
+
+namespace {
+
+// The separator words of a configuration, in the order they are tried.
+QString lineEndFromConfig(const QString& value)
+{
+    const QString word = value.toUpper();
+    if (word == QLatin1String("CRLF"))
+        return QStringLiteral("\r\n");
+    if (word == QLatin1String("CR"))
+        return QStringLiteral("\r");
+    if (word == QLatin1String("LF"))
+        return QStringLiteral("\n");
+    return value;
+}
+
+// A level word of a configuration (upper case) as its QtMsgType value.
+bool levelFromConfigWord(const QString& word, int& level)
+{
+    static const struct
+    {
+        const char* word;
+        QtMsgType type;
+    } words[] = {
+        {"DEBUG", QtDebugMsg}, {"INFO", QtInfoMsg}, {"WARNING", QtWarningMsg},
+        {"CRITICAL", QtCriticalMsg}, {"FATAL", QtFatalMsg},
+    };
+    for (const auto& w : words) {
+        if (word == QLatin1String(w.word)) {
+            level = int(w.type);
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+bool TWLogger::readFromConfig(const QString& name, TWConfigIface* config)
+{
+    if (!config) {
+        qCritical("Config handler must be defined!");
+        return false;
+    }
+
+    // The location comes first, so that a date format or separator that opens
+    // a new file opens it at the configured place.
+    const QString file = config->getStrValue(QStringLiteral("%1.LogFilePath").arg(name), QString());
+    if (!file.isEmpty())
+        setFile(file);
+
+    const QString dateFormat = config->getStrValue(QStringLiteral("%1.LogDateFormat").arg(name), QString());
+    if (!dateFormat.isEmpty())
+        setDateFormat(dateFormat);
+
+    const long long maxFileSize = config->getLongLongValue(QStringLiteral("%1.LogMaxFileSize").arg(name), -1);
+    if (maxFileSize > 0)
+        setMaxFileSize(maxFileSize);
+
+    const QString separator = config->getStrValue(QStringLiteral("%1.LogLineEndSeparator").arg(name), QString());
+    if (!separator.isEmpty())
+        setLineEndSepa(lineEndFromConfig(separator));
+
+    setConsoleOutput(config->getBoolValue(QStringLiteral("%1.LogConsoleOutput").arg(name), isConsoleOutput()));
+
+    const QStringList levels = config->getStrListValue(QStringLiteral("%1.LogAcceptedLevels").arg(name), QStringList());
+    if (!levels.isEmpty()) {
+        _acceptedLogLevels.clear();
+        for (const QString& entry : levels) {
+            const QString word = entry.trimmed().toUpper();
+            bool isNumber = false;
+            int level = word.toInt(&isNumber, 10);
+            if (isNumber || levelFromConfigWord(word, level))
+                addAcceptedLogLevel(level);
+            else
+                qWarning("Unknown log level: '%s'!", qUtf8Printable(word));
+        }
+    }
+    return true;
+}
+
 } // namespace TW

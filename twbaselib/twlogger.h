@@ -86,6 +86,19 @@ public:
     /*! Size from which the next line goes to a new file; zero or less means one file per line. */
     void setMaxFileSize(qint64 maxFileSize);
 
+    /*!
+     * Sets the logger up from the keys "<name>.LogFilePath",
+     * "<name>.LogDateFormat", "<name>.LogMaxFileSize",
+     * "<name>.LogLineEndSeparator" (CRLF, CR, LF or the text itself),
+     * "<name>.LogConsoleOutput" and "<name>.LogAcceptedLevels" (a list of
+     * level words or numbers) of \a config. An absent key, an empty value or a
+     * size of zero or below keeps the present setting. A date format or
+     * separator that differs from the present one starts a new numbered file.
+     * Unknown level words are skipped with a warning. Returns false, with a
+     * critical message, only when \a config is null.
+     */
+    bool readFromConfig(const QString& name, TWConfigIface* config);
+
 private:
     Q_DISABLE_COPY(TWLogger)
 

@@ -138,6 +138,18 @@ void MessageCapture::clear()
     captured.clear();
 }
 
+MapConfig::MapConfig(const QVariantMap& values)
+    : values(values)
+{
+}
+
+QVariant MapConfig::getValue(const QString& key, const QVariant& defaultValue)
+{
+    keys.append(key);
+    defaults.append(defaultValue);
+    return values.value(key, defaultValue);
+}
+
 ProcessResult runProcess(const QString& program, const QStringList& arguments,
                          const QString& workingDirectory, int timeoutMs)
 {

@@ -1,6 +1,7 @@
 #ifndef TWTESTSUPPORT_H
 #define TWTESTSUPPORT_H
 
+#include <twconfig.h>
 #include <twinterfaces.h>
 
 #include <QtCore/QByteArray>
@@ -10,6 +11,7 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
+#include <QtCore/QVariantMap>
 
 namespace TWTest {
 
@@ -103,6 +105,22 @@ public:
 
 private:
     QString _text;
+};
+
+/*!
+ * A configuration whose raw values come from a map instead of a file. Every
+ * typed getter of TWConfig reads through getValue(), so all of them see the
+ * map; each key asked and the default that came with it are recorded.
+ */
+class MapConfig : public TW::TWConfig
+{
+public:
+    explicit MapConfig(const QVariantMap& values = {});
+    QVariant getValue(const QString& key, const QVariant& defaultValue) override;
+
+    QVariantMap values;
+    QStringList keys;
+    QVariantList defaults;
 };
 
 /*! Output and exit of a child program. */

@@ -16,8 +16,9 @@ struct DemoStep
 // The tour, in order. A new step goes at the end.
 const DemoStep steps[] = {
     {"Named objects, last errors and the numbered log", demoObjectsAndLogger},
-    {"ZX7 compression", demoZx7},
+    {"A logger set up from an INI file, and value ranges", demoConfiguration},
     {"Worker threads from a pool, timed by a scope timer", demoThreadPool},
+    {"ZX7 compression", demoZx7},
 };
 
 } // namespace

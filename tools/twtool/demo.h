@@ -22,5 +22,6 @@ void say(const QString& text = QString());
 bool demoObjectsAndLogger(DemoContext& context);
 bool demoZx7(DemoContext& context);
 bool demoThreadPool(DemoContext& context);
+bool demoConfiguration(DemoContext& context);
 
 #endif // TWTOOL_DEMO_H

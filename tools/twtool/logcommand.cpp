@@ -1,6 +1,7 @@
 #include "commandline.h"
 #include "commands.h"
 
+#include <twconfig.h>
 #include <twlogger.h>
 
 #include <QtCore/QCommandLineParser>
@@ -37,7 +38,12 @@ int runLogCommand(const QStringList& arguments)
         QStringLiteral("Writes each MESSAGE as one line through a logger into numbered log files\n"
                        "(NAME_0000.SUFFIX, NAME_0001.SUFFIX, ...), continuing the newest one and\n"
                        "moving to the next number at the size limit. Messages are echoed on\n"
-                       "standard output unless --quiet is given."));
+                       "standard output unless --quiet is given.\n"
+                       "With --config the logger is set up from the keys NAME.LogFilePath,\n"
+                       "NAME.LogDateFormat, NAME.LogMaxFileSize, NAME.LogLineEndSeparator,\n"
+                       "NAME.LogConsoleOutput and NAME.LogAcceptedLevels of an INI file; --dir,\n"
+                       "--file and --max-size then give only what the file leaves out, and the\n"
+                       "file's level list decides which messages are written."));
     parser.addOptions({
         {QStringLiteral("dir"), QStringLiteral("Folder of the log files (default: the current folder)."),
          QStringLiteral("DIR")},
@@ -49,6 +55,9 @@ int runLogCommand(const QStringList& arguments)
          QStringLiteral("debug, info, warning, critical, fatal or a number (default: info)."),
          QStringLiteral("LEVEL")},
         {QStringLiteral("quiet"), QStringLiteral("Do not echo the messages on standard output.")},
+        {QStringLiteral("config"), QStringLiteral("Set the logger up from this INI file."), QStringLiteral("FILE")},
+        {QStringLiteral("name"), QStringLiteral("Name before the dot in the keys of --config (default: twtool)."),
+         QStringLiteral("NAME")},
     });
     parser.addPositionalArgument(QStringLiteral("MESSAGE"), QStringLiteral("Text of a line."),
                                  QStringLiteral("MESSAGE..."));
@@ -68,6 +77,10 @@ int runLogCommand(const QStringList& arguments)
                          std::numeric_limits<qint64>::max(), maxSize))
         return Tool::UsageError;
 
+    const bool fromConfig = parser.isSet(QStringLiteral("config"));
+    if (parser.isSet(QStringLiteral("name")) && !fromConfig)
+        return Tool::usageError(command, QStringLiteral("--name needs --config."));
+
     TW::TWLogger logger;
     if (parser.isSet(QStringLiteral("dir")))
         logger.setFilePath(parser.value(QStringLiteral("dir")));
@@ -79,9 +92,23 @@ int runLogCommand(const QStringList& arguments)
     }
     if (parser.isSet(QStringLiteral("max-size")))
         logger.setMaxFileSize(maxSize);
-    logger.setConsoleOutput(!parser.isSet(QStringLiteral("quiet")));
-    // A level asked for on the command line is meant to be written.
-    logger.addAcceptedLogLevel(level);
+    if (fromConfig) {
+        // Applied after the location options: a path in the file wins, and a
+        // date format or separator that starts a new file starts it at the
+        // final place rather than leaving a stray file behind.
+        TW::TWConfig config;
+        if (!config.load(parser.value(QStringLiteral("config"))))
+            return Tool::Failure; // the reason is on standard error already
+        const QString name = parser.isSet(QStringLiteral("name")) ? parser.value(QStringLiteral("name"))
+                                                                  : QStringLiteral("twtool");
+        logger.readFromConfig(name, &config);
+        if (parser.isSet(QStringLiteral("quiet")))
+            logger.setConsoleOutput(false);
+    } else {
+        logger.setConsoleOutput(!parser.isSet(QStringLiteral("quiet")));
+        // A level asked for on the command line is meant to be written.
+        logger.addAcceptedLogLevel(level);
+    }
 
     int failed = 0;
     for (const QString& message : messages) {

@@ -18,6 +18,7 @@ struct Command
 const Command commands[] = {
     {"log", runLogCommand, "write messages through a logger into numbered log files"},
     {"zx7", runZx7Command, "compress a file into the ZX7 format, or expand one"},
+    {"config", runConfigCommand, "read a key of an INI file as the library reads it"},
     {"demo", runDemoCommand, "a short tour of what the library does"},
 };
 
