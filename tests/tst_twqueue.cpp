@@ -2,6 +2,7 @@
 
 #include "twtestsupport.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QSet>
@@ -116,6 +117,8 @@ private slots:
     void unreadableAndUndeletableFiles();
     void crashKeepsExactlyTheFiles();
     void stressManyThreads();
+    void poolFallbackAndWarnings();
+    void poolAddRemoveAndConfig();
 };
 
 void TstTWQueue::recordsAndSettling()
@@ -479,6 +482,77 @@ void TstTWQueue::stressManyThreads()
     QCOMPARE(total, qsizetype(Producers * PerProducer));
     QCOMPARE(all.size(), Producers * PerProducer);
     QVERIFY(!queue->isThereError());
+}
+
+void TstTWQueue::poolFallbackAndWarnings()
+{
+    TW::TWQueuePool pool(QStringLiteral("pool"));
+    pool.setLogger(&_logger);
+    QCOMPARE(TW::TWQueuePool::globalInstance()->name(), QStringLiteral("TWQueuePoolGlobal"));
+    QVERIFY(pool.qt_metacast("TWObject") && pool.inherits("TW::TWQueuePool"));
+    QVERIFY(!pool.contains(QStringLiteral("TWQueueDummy")));
+
+    // A miss makes the shared fallback once, and warns every time.
+    TWQueue* dummy = pool.queue(QStringLiteral("nope"));
+    QVERIFY(dummy);
+    QCOMPARE(dummy->name(), QStringLiteral("TWQueueDummy"));
+    QCOMPARE(pool.queue(QStringLiteral("other")), dummy);
+    QCOMPARE(_logger.messages(), QStringList({"nope queue is not in the queue pool! DummyQueue will be used.",
+                                              "other queue is not in the queue pool! DummyQueue will be used."}));
+    QCOMPARE(_logger.records().constFirst().type, QtWarningMsg);
+    QVERIFY(pool.contains(QStringLiteral("TWQueueDummy")));
+    QCOMPARE(pool.queue(QStringLiteral("TWQueueDummy")), dummy); // asked by name: no warning
+    QCOMPARE(_logger.records().size(), 2);
+
+    // It is a whole queue in "./" with no bound; removing it lets the next miss make a new one.
+    QVERIFY(push(*dummy, QStringLiteral("kept")));
+    pool.remove(QStringLiteral("TWQueueDummy"));
+    QCOMPARE(cacheFiles().size(), 1);
+    QCOMPARE(drain(*pool.queue(QStringLiteral("again"))), QStringList{QStringLiteral("kept")});
+    QVERIFY(!pool.isThereError());
+}
+
+void TstTWQueue::poolAddRemoveAndConfig()
+{
+    TWTest::MapConfig config({{QStringLiteral("a.QueueMaxItemOnMemory"), 65535},
+                              {QStringLiteral("a.QueueCacheDir"), _dir->filePath(QStringLiteral("a"))},
+                              {QStringLiteral("b.QueueMaxItemOnMemory"), 65534}});
+    {
+        TW::TWQueuePool pool;
+        pool.setLogger(&_logger);
+        pool.addFromConfig(QStringLiteral("a"), &config);
+        pool.addFromConfig(QStringLiteral("b"), &config);
+        QCOMPARE(config.keys, QStringList({"a.QueueMaxItemOnMemory", "a.QueueCacheDir", "b.QueueMaxItemOnMemory", "b.QueueCacheDir"}));
+        QCOMPARE(config.defaults.first(), QVariant(65535u));
+        QCOMPARE(_logger.messages(), QStringList({"a.QueueMaxItemOnMemory not defined in config! Value: 0 (endless) will be used.",
+                                                  "b.QueueCacheDir not defined in config! Value: './' will be used."}));
+        TWQueue* a = pool.queue(QStringLiteral("a"));
+        QCOMPARE(a->name(), QStringLiteral("TWQueuea"));
+        pushAll(*a, 1, 12); // no bound: no file yet
+        QCOMPARE(QDir(_dir->filePath(QStringLiteral("a"))).entryList(QDir::Files), QStringList());
+        pushAll(*pool.queue(QStringLiteral("b")), 1, 1);
+
+        // A taken name is taken over; the old queue lives on until the pool ends.
+        pool.add(QStringLiteral("a"), 0, QString());
+        QVERIFY(pool.queue(QStringLiteral("a")) != a);
+        QCOMPARE(pool.queue(QStringLiteral("a"))->name(), QStringLiteral("TWQueuea00001"));
+        QCOMPARE(pool.queues().keys(), QStringList({"a", "b"}));
+
+        _logger.clear();
+        pool.remove(QStringLiteral("zzz"));
+        QCOMPARE(_logger.messages(), QStringList{"Couldn't remove queue: 'zzz'! It is not in the queue pool."});
+        QVERIFY(!pool.isThereError());
+        pool.remove(QStringLiteral("b")); // writes its record into "./"
+        QCOMPARE(cacheFiles().size(), 1);
+        pool.removeAll();
+        QCOMPARE(pool.queues(), (QMap<QString, TWQueue*>()));
+        pool.removeAll();
+        pool.add(QStringLiteral("c"), 3, QString()); // refilled: it takes the record "b" left in "./"
+        QCOMPARE(drain(*pool.queue(QStringLiteral("c"))), QStringList{QStringLiteral("1")});
+    }
+    // The replaced queue was destroyed with the pool and wrote its twelve records.
+    TWQueue reopened(QString(), 0, _dir->filePath(QStringLiteral("a")));
+    QCOMPARE(drain(reopened), numbers(1, 12));
 }
 
 QTEST_GUILESS_MAIN(TstTWQueue)

@@ -342,4 +342,128 @@ bool TWQueue::_readCache()
     return false;
 }
 
+TWQueuePool* TWQueuePool::glb_pInstance = nullptr;
+
+namespace {
+const QString DummyName = QStringLiteral("TWQueueDummy");
+// What addFromConfig asks for when the bound is absent; a bound of exactly
+// this value therefore reads as absent too.
+constexpr unsigned int UndefinedBound = 65535;
+} // namespace
+
+TWQueuePool::TWQueuePool(const QString& name, QObject* parent)
+    : QObject(parent)
+    , TWObject(name)
+{
+}
+
+TWQueuePool::~TWQueuePool()
+{
+    removeAll();
+}
+
+const QString TWQueuePool::className()
+{
+    return QStringLiteral("TWQueuePool");
+}
+
+TWQueuePool* TWQueuePool::globalInstance()
+{
+    if (!glb_pInstance) {
+        glb_pInstance = new (std::nothrow) TWQueuePool(QStringLiteral("TWQueuePoolGlobal"));
+        if (!glb_pInstance)
+            qFatal("Couldn't allocate global queue pool instance!");
+    }
+    return glb_pInstance;
+}
+
+void TWQueuePool::add(const QString& name, unsigned int maxItemOnMemory, const QString& cacheDir)
+{
+    // Made outside the lock: the queue reads its cache files here.
+    auto* queue = new (std::nothrow) TWQueue(QStringLiteral("TWQueue") + name, maxItemOnMemory, cacheDir, this);
+    if (!queue) {
+        _setLastError(QStringLiteral("Couldn't allocate queue: 'TWQueue%1' instance!").arg(name), TW_SOURCE_LOCATION);
+        return;
+    }
+    QMutexLocker locker(&_mutex);
+    _queues[name] = queue;
+}
+
+void TWQueuePool::addFromConfig(const QString& name, TWConfigIface* pConfig)
+{
+    unsigned int maxItemOnMemory =
+        pConfig->getUIntValue(QStringLiteral("%1.QueueMaxItemOnMemory").arg(name), UndefinedBound);
+    if (maxItemOnMemory == UndefinedBound) {
+        _writeLog(QStringLiteral("%1.QueueMaxItemOnMemory not defined in config! Value: 0 (endless) will be used.").arg(name),
+                  QtWarningMsg, TW_SOURCE_LOCATION);
+        maxItemOnMemory = 0;
+    }
+    QString cacheDir = pConfig->getStrValue(QStringLiteral("%1.QueueCacheDir").arg(name), QString());
+    if (cacheDir.isEmpty()) {
+        _writeLog(QStringLiteral("%1.QueueCacheDir not defined in config! Value: './' will be used.").arg(name),
+                  QtWarningMsg, TW_SOURCE_LOCATION);
+        cacheDir = QStringLiteral("./");
+    }
+    add(name, maxItemOnMemory, cacheDir);
+}
+
+void TWQueuePool::remove(const QString& name)
+{
+    // The queue's destructor writes its files under the lock.
+    QMutexLocker locker(&_mutex);
+    const auto it = _queues.find(name);
+    if (it == _queues.end()) {
+        _writeLog(QStringLiteral("Couldn't remove queue: '%1'! It is not in the queue pool.").arg(name), QtWarningMsg,
+                  TW_SOURCE_LOCATION);
+        return;
+    }
+    delete it.value();
+    _queues.erase(it);
+}
+
+void TWQueuePool::removeAll()
+{
+    QMutexLocker locker(&_mutex);
+    const QStringList names = _queues.keys();
+    for (const QString& name : names)
+        delete _queues.value(name, nullptr);
+    _queues.clear();
+}
+
+bool TWQueuePool::contains(const QString& name)
+{
+    QMutexLocker locker(&_mutex);
+    return _queues.contains(name);
+}
+
+TWQueue* TWQueuePool::queue(const QString& name)
+{
+    _mutex.lock();
+    const auto it = _queues.constFind(name);
+    if (it != _queues.constEnd()) {
+        TWQueue* found = it.value();
+        _mutex.unlock();
+        return found;
+    }
+    if (!_queues.contains(DummyName)) {
+        auto* dummy = new (std::nothrow) TWQueue(DummyName, 0, QStringLiteral("./"), this);
+        if (!dummy) {
+            // Returns with the mutex still held: the pool stays locked from here on.
+            _setLastError(QStringLiteral("Couldn't allocate dummy queue instance!"), TW_SOURCE_LOCATION);
+            return nullptr;
+        }
+        _queues.insert(DummyName, dummy);
+    }
+    _writeLog(QStringLiteral("%1 queue is not in the queue pool! DummyQueue will be used.").arg(name), QtWarningMsg,
+              TW_SOURCE_LOCATION);
+    TWQueue* dummy = _queues.value(DummyName);
+    _mutex.unlock();
+    return dummy;
+}
+
+QMap<QString, TWQueue*> TWQueuePool::queues()
+{
+    return _queues;
+}
+
 } // namespace TW

@@ -6,6 +6,7 @@
 #include "twobject.h"
 
 #include <QtCore/qlist.h>
+#include <QtCore/qmap.h>
 #include <QtCore/qmutex.h>
 #include <QtCore/qobject.h>
 #include <QtCore/qstring.h>
@@ -93,6 +94,68 @@ private:
     QList<TWMetaQueueItem*> _memoryItems;
     QList<TWMetaQueueItem*> _readItems;
     QList<TWMetaQueueItem*> _writeItems;
+};
+
+/*!
+ * A thread-safe registry of queues by name, which owns the queues it holds.
+ *
+ * add() and addFromConfig() make a queue (its object name is "TWQueue" + the
+ * name) and register it under the bare name; a name that is taken already is
+ * simply taken over, and the old queue lives on until the pool is destroyed.
+ * queue() never answers nothing for a name it does not know: it hands out a
+ * shared fallback queue "TWQueueDummy" (no memory bound, working in "./"),
+ * made at the first miss, and logs a warning at every miss.
+ *
+ * remove(), removeAll() and the destructor delete queues, which writes their
+ * records to cache files: call removeAll() on the global pool before the
+ * program ends. Failures set the pool's last error; warnings go to its logger.
+ */
+class TWBASELIB_EXPORT TWQueuePool : public QObject, public TWObject
+{
+    Q_OBJECT
+
+public:
+    TWQueuePool(const QString& name = QString(), QObject* parent = nullptr);
+    /*! Deletes every queue, as removeAll() does. */
+    ~TWQueuePool() override;
+
+    /*! The literal "TWQueuePool". */
+    static const QString className();
+    /*! The process-wide pool "TWQueuePoolGlobal", made at the first call (which must not race). */
+    static TWQueuePool* globalInstance();
+
+    /*!
+     * Makes a queue on \a cacheDir ("./" when empty) with at most
+     * \a maxItemOnMemory records in memory (0: no bound) and registers it as
+     * \a name. The queue reads its cache files before it is registered.
+     */
+    void add(const QString& name, unsigned int maxItemOnMemory, const QString& cacheDir);
+    /*!
+     * As add(), with the settings "<name>.QueueMaxItemOnMemory" and
+     * "<name>.QueueCacheDir" of \a pConfig (which must not be null). A missing
+     * bound (or the value 65535) means 0, a missing folder "./", each with a
+     * warning.
+     */
+    void addFromConfig(const QString& name, TWConfigIface* pConfig);
+    /*! Deletes the queue registered as \a name; a warning when there is none. */
+    void remove(const QString& name);
+    /*! Deletes every registered queue. */
+    void removeAll();
+    /*! Whether a queue is registered as \a name ("TWQueueDummy" once the fallback exists). */
+    bool contains(const QString& name);
+    /*!
+     * The queue registered as \a name, or the fallback queue (with a warning).
+     * Null only when the fallback cannot be allocated.
+     */
+    TWQueue* queue(const QString& name);
+    /*! A copy of the registry. Not locked: do not call it while others add or remove. */
+    QMap<QString, TWQueue*> queues();
+
+private:
+    QMutex _mutex;
+    QMap<QString, TWQueue*> _queues;
+
+    static TWQueuePool* glb_pInstance;
 };
 
 } // namespace TW
