@@ -18,6 +18,7 @@ private slots:
     void usageAndHelp();
     void logWritesNumberedFiles();
     void logLevelsAndFailures();
+    void queueCommands();
     void demoRunsTheTour();
 };
 
@@ -87,6 +88,35 @@ void TstTWTool::logLevelsAndFailures()
     QCOMPARE(result.exitCode, 1);
     QVERIFY(result.out.startsWith("Couldn't open log file:"));
     QVERIFY(result.err.contains("1 of 1 lines could not be written"));
+}
+
+void TstTWTool::queueCommands()
+{
+    TWTest::TempWorkDir dir;
+    const QString q = dir.filePath(QStringLiteral("q"));
+    const auto queue = [&](QStringList args) {
+        args.prepend(QStringLiteral("queue"));
+        return tool(args);
+    };
+    auto result = queue({"push", q, "one", "two", "--kind", "k"});
+    QCOMPARE(result.out, QByteArray("queued 2 item(s)\n"));
+    result = queue({"count", q});
+    QCOMPARE(result.out, QByteArray("in cache files: 2 record(s) in 1 file(s)\nin memory reach: 2 record(s)\n"));
+    const QList<QPair<QStringList, QByteArray>> pops = {
+        {{"pop", q, "--keep"}, "data: one"}, {{"pop", q}, "data: one"}, {{"pop", q}, "data: two"}};
+    for (const auto& [args, expected] : pops) {
+        result = queue(args);
+        QCOMPARE(result.exitCode, 0);
+        QVERIFY2(result.out.contains(expected) && result.out.contains("kind: k\n"), result.out.constData());
+    }
+    result = queue({"pop", q});
+    QCOMPARE(result.exitCode, 1);
+    QVERIFY(result.err.contains("no item is reachable"));
+    QCOMPARE(queue({"push", q, "a|TWQ|b"}).exitCode, 2);
+
+    result = queue({"demo", "--items", "300", "--bound", "10", "--dir", dir.filePath(QStringLiteral("d"))});
+    QVERIFY2(result.exitCode == 0, result.out.constData());
+    QVERIFY(result.out.contains("each item settled at most once: yes; every item settled or in the read-ahead batch: yes"));
 }
 
 void TstTWTool::demoRunsTheTour()

@@ -10,6 +10,7 @@
 int runLogCommand(const QStringList& arguments);
 int runZx7Command(const QStringList& arguments);
 int runConfigCommand(const QStringList& arguments);
+int runQueueCommand(const QStringList& arguments);
 int runDemoCommand(const QStringList& arguments);
 
 #endif // TWTOOL_COMMANDS_H

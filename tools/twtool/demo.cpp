@@ -18,6 +18,7 @@ const DemoStep steps[] = {
     {"Named objects, last errors and the numbered log", demoObjectsAndLogger},
     {"A logger set up from an INI file, and value ranges", demoConfiguration},
     {"Worker threads from a pool, timed by a scope timer", demoThreadPool},
+    {"A persistent queue with a small memory bound, fed and drained by threads", demoQueue},
     {"ZX7 compression", demoZx7},
 };
 

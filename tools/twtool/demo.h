@@ -23,5 +23,6 @@ bool demoObjectsAndLogger(DemoContext& context);
 bool demoZx7(DemoContext& context);
 bool demoThreadPool(DemoContext& context);
 bool demoConfiguration(DemoContext& context);
+bool demoQueue(DemoContext& context);
 
 #endif // TWTOOL_DEMO_H

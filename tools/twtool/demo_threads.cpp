@@ -1,4 +1,5 @@
 #include "demo.h"
+#include "poolhelpers.h"
 
 #include <twlogger.h>
 #include <twthreadpool.h>
@@ -52,22 +53,6 @@ QByteArray makeBlock(quint32 seed)
     std::vector<quint32> words(BlockSize / sizeof(quint32));
     QRandomGenerator(seed).fillRange(words.data(), qsizetype(words.size()));
     return QByteArray(reinterpret_cast<const char*>(words.data()), BlockSize);
-}
-
-// A thread announces its end once for every job it has served, and the pool
-// takes it back at the first of those. Before a reused thread gets new work,
-// let it end completely and deliver the rest, and take another thread if one
-// of those late announcements has freed this one.
-TW::TWThread* settled(TW::TWThreadPool& pool, TW::TWThread* pThread, int timeoutMsec)
-{
-    while (pThread) {
-        pThread->wait();
-        QCoreApplication::sendPostedEvents(pThread, QEvent::MetaCall);
-        if (pThread->isBusy())
-            return pThread;
-        pThread = pool.waitingForReserveThread(timeoutMsec);
-    }
-    return nullptr;
 }
 
 QString findLine(const QString& path, const QString& needle)
@@ -128,7 +113,7 @@ bool demoThreadPool(DemoContext& context)
                 ++waits;
                 pThread = pool.waitingForReserveThread(30000);
             }
-            pThread = settled(pool, pThread, 30000);
+            pThread = settledThread(pool, pThread, 30000);
             if (!pThread) {
                 say(QStringLiteral("No thread came back: %1").arg(pool.lastErrorStr()));
                 return false;

@@ -17,6 +17,7 @@ struct Command
 // Add a command family here and in commands.h.
 const Command commands[] = {
     {"log", runLogCommand, "write messages through a logger into numbered log files"},
+    {"queue", runQueueCommand, "push, pop and count items of a persistent queue, or run its demo"},
     {"zx7", runZx7Command, "compress a file into the ZX7 format, or expand one"},
     {"config", runConfigCommand, "read a key of an INI file as the library reads it"},
     {"demo", runDemoCommand, "a short tour of what the library does"},
