@@ -145,7 +145,6 @@ MapConfig::MapConfig(const QVariantMap& values)
 QVariant MapConfig::getValue(const QString& key, const QVariant& defaultValue)
 {
     keys.append(key);
-    defaults.append(defaultValue);
     return values.value(key, defaultValue);
 }
 

@@ -98,7 +98,7 @@ public:
 /*!
  * A configuration whose raw values come from a map instead of a file. Every
  * typed getter of TWConfig reads through getValue(), so all of them see the
- * map; each key asked and the default that came with it are recorded.
+ * map; each key asked is recorded.
  */
 class MapConfig : public TW::TWConfig
 {
@@ -108,7 +108,6 @@ public:
 
     QVariantMap values;
     QStringList keys;
-    QVariantList defaults;
 };
 
 /*! Output and exit of a child program. */
