@@ -13,25 +13,28 @@ using TWTest::TempWorkDir;
 
 namespace {
 
+QString levelsText(const TWLogger& logger)
+{
+    QStringList out;
+    for (int level : logger.acceptedLogLevelList())
+        out << QString::number(level);
+    return out.join(QLatin1Char(','));
+}
+
 // What readFromConfig may change, in one comparable text.
 QString settings(const TWLogger& logger)
 {
-    QStringList levels;
-    for (int level : logger.acceptedLogLevelList())
-        levels << QString::number(level);
-    return QStringLiteral("%1|%2|%3|%4|%5|%6")
-        .arg(logger.file(), logger.dateFormat(), QString::number(logger.maxFileSize()),
-             QString::fromLatin1(logger.lineEndSepa().toUtf8().toHex()),
-             logger.isConsoleOutput() ? QStringLiteral("echo") : QStringLiteral("quiet"), levels.join(u','));
+    return QStringList({logger.file(), logger.dateFormat(), QString::number(logger.maxFileSize()), logger.lineEndSepa(),
+                        QString::number(logger.isConsoleOutput()), levelsText(logger)})
+        .join(QLatin1Char('|'));
 }
 
-// Loads \a ini (written to "log.ini" in the current folder) and applies it as the logger "L".
+// Loads \a ini from "log.ini" in the current folder and applies it as the logger "L".
 bool applyIni(TWLogger& logger, const QByteArray& ini)
 {
     QFile file(QStringLiteral("log.ini"));
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(ini) != ini.size())
         return false;
-    file.write(ini);
     file.close();
     TWConfig config;
     return config.load(QStringLiteral("log.ini")) && logger.readFromConfig(QStringLiteral("L"), &config);
@@ -44,151 +47,82 @@ class TstTWLoggerConfig : public QObject
     Q_OBJECT
 
 private slots:
-    void nullHandler();
-    void readsSixKeysInOrder();
-    void emptyFileKeepsSettings();
-    void separator_data();
-    void separator();
-    void levels_data();
-    void levels();
-    void maxFileSize_data();
-    void maxFileSize();
+    void nullOrEmptyChangesNothing();
+    void apply_data();
+    void apply();
     void secondCallRotatesNothing();
-    void exampleFile();
 };
 
-void TstTWLoggerConfig::nullHandler()
-{
-    TWLogger logger;
-    logger.setConsoleOutput(false);
-    const QString before = settings(logger);
-    MessageCapture capture;
-    QVERIFY(!logger.readFromConfig(QStringLiteral("L"), nullptr));
-    QCOMPARE(capture.messages().size(), 1);
-    QCOMPARE(capture.messages()[0].type, QtCriticalMsg);
-    QCOMPARE(capture.messages()[0].text, QStringLiteral("Config handler must be defined!"));
-    QCOMPARE(settings(logger), before);
-}
-
-void TstTWLoggerConfig::readsSixKeysInOrder()
-{
-    TWTest::MapConfig config;
-    TWLogger logger;
-    logger.setConsoleOutput(false);
-    QVERIFY(logger.readFromConfig(QStringLiteral("MainLog"), &config));
-    QCOMPARE(config.keys, QStringList({QStringLiteral("MainLog.LogFilePath"), QStringLiteral("MainLog.LogDateFormat"),
-                                       QStringLiteral("MainLog.LogMaxFileSize"),
-                                       QStringLiteral("MainLog.LogLineEndSeparator"),
-                                       QStringLiteral("MainLog.LogConsoleOutput"),
-                                       QStringLiteral("MainLog.LogAcceptedLevels")}));
-    // The console default is the present value, so an absent key keeps it.
-    QCOMPARE(config.defaults, QVariantList({QString(), QString(), qulonglong(-1), QString(), false, QStringList()}));
-}
-
-void TstTWLoggerConfig::emptyFileKeepsSettings()
+void TstTWLoggerConfig::nullOrEmptyChangesNothing()
 {
     TempWorkDir dir;
-    for (bool echo : {false, true}) {
+    QVERIFY(dir.writeFile(QStringLiteral("log.ini")));
+    TWConfig config;
+    QVERIFY(config.load(QStringLiteral("log.ini")));
+    for (bool echo : {false, true}) { // the console default is the present value
         TWLogger logger;
         logger.setConsoleOutput(echo);
         const QString before = settings(logger);
         MessageCapture capture;
-        QVERIFY(applyIni(logger, QByteArray()));
+        QVERIFY(!logger.readFromConfig(QStringLiteral("L"), nullptr));
+        QVERIFY(logger.readFromConfig(QStringLiteral("L"), &config));
         QCOMPARE(settings(logger), before);
-        QVERIFY(capture.messages().isEmpty());
+        QCOMPARE(capture.texts(), QStringList{QStringLiteral("Config handler must be defined!")});
+        QCOMPARE(capture.messages()[0].type, QtCriticalMsg);
     }
     QCOMPARE(dir.files(), QStringList{QStringLiteral("log.ini")}); // nothing opened
 }
 
-void TstTWLoggerConfig::separator_data()
+void TstTWLoggerConfig::apply_data()
 {
-    QTest::addColumn<QByteArray>("word");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("CRLF") << QByteArray("CRLF") << QStringLiteral("\r\n");
-    QTest::newRow("crlf") << QByteArray("crlf") << QStringLiteral("\r\n");
-    QTest::newRow("CrLf") << QByteArray("CrLf") << QStringLiteral("\r\n");
-    QTest::newRow("cr") << QByteArray("cr") << QStringLiteral("\r");
-    QTest::newRow("Cr") << QByteArray("Cr") << QStringLiteral("\r");
-    QTest::newRow("LF") << QByteArray("LF") << QStringLiteral("\n");
-    QTest::newRow("lF") << QByteArray("lF") << QStringLiteral("\n");
-    QTest::newRow("pipe as it stands") << QByteArray("|") << QStringLiteral("|");
-    QTest::newRow("other word keeps its case") << QByteArray("Lf2") << QStringLiteral("Lf2");
-}
-
-void TstTWLoggerConfig::separator()
-{
-    QFETCH(QByteArray, word);
-    QFETCH(QString, expected);
-    TempWorkDir dir;
-    TWLogger logger;
-    QVERIFY(applyIni(logger, "L.LogLineEndSeparator = " + word + '\n'));
-    QCOMPARE(logger.lineEndSepa(), expected);
-    // Only a separator other than the present one starts a file, at once.
-    QCOMPARE(dir.files({QStringLiteral("*.log")}),
-             expected == QLatin1String("\r\n") ? QStringList() : QStringList{QStringLiteral("twoutput_0000.log")});
-}
-
-void TstTWLoggerConfig::levels_data()
-{
-    QTest::addColumn<QByteArray>("value");
-    QTest::addColumn<QList<int>>("expected");
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<QString>("expected");     // separator, level list or size, by the key
     QTest::addColumn<QStringList>("warnings");
-    const QStringList none;
-    QTest::newRow("words, a number and an unknown word")
-        << QByteArray("INFO, 7, bogus") << QList<int>{QtInfoMsg, 7}
-        << QStringList{QStringLiteral("Unknown log level: 'BOGUS'!")};
-    QTest::newRow("any case, blanks around") << QByteArray("debug ,  Warning,FATAL") << QList<int>{0, 1, 3} << none;
-    QTest::newRow("duplicates keep the first mention")
-        << QByteArray("3, 3, fatal, critical, 0") << QList<int>{3, 2, 0} << none;
-    QTest::newRow("one quoted word") << QByteArray("\" critical \"") << QList<int>{QtCriticalMsg} << none;
-    QTest::newRow("negative number") << QByteArray("-1") << QList<int>{-1} << none;
-    QTest::newRow("only unknown words")
-        << QByteArray("verbose, trace") << QList<int>()
-        << QStringList{QStringLiteral("Unknown log level: 'VERBOSE'!"), QStringLiteral("Unknown log level: 'TRACE'!")};
-    QTest::newRow("present but empty") << QByteArray("") << QList<int>()
-                                       << QStringList{QStringLiteral("Unknown log level: ''!")};
+    QTest::addColumn<bool>("opensFile");       // a new separator starts a file at once
+
+    const auto row = [](const char* name, const char* line, const char* expected, const QStringList& warnings = {},
+                        bool opensFile = false) {
+        QTest::newRow(name) << QByteArray(line) << QString::fromUtf8(expected) << warnings << opensFile;
+    };
+    const auto unknown = [](const char* word) { return QStringLiteral("Unknown log level: '%1'!").arg(QLatin1String(word)); };
+    row("crlf", "LogLineEndSeparator = crlf", "\r\n");
+    row("CrLf", "LogLineEndSeparator = CrLf", "\r\n");
+    row("Cr", "LogLineEndSeparator = Cr", "\r", {}, true);
+    row("lF", "LogLineEndSeparator = lF", "\n", {}, true);
+    row("pipe as it stands", "LogLineEndSeparator = |", "|", {}, true);
+    row("other word keeps its case", "LogLineEndSeparator = Lf2", "Lf2", {}, true);
+    row("words, number, unknown", "LogAcceptedLevels = INFO, 7, bogus", "4,7", {unknown("BOGUS")});
+    row("any case and blanks", "LogAcceptedLevels = debug ,  Warning,FATAL", "0,1,3");
+    row("first mention kept", "LogAcceptedLevels = 3, 3, fatal, critical, -1", "3,2,-1");
+    row("only unknown words", "LogAcceptedLevels = verbose, trace", "", {unknown("VERBOSE"), unknown("TRACE")});
+    row("present but empty", "LogAcceptedLevels =", "", {unknown("")});
+    row("size", "LogMaxFileSize = 2048", "2048");
+    row("size zero keeps", "LogMaxFileSize = 0", "10485760");
+    row("size negative keeps", "LogMaxFileSize = -5", "10485760");
+    row("size no number keeps", "LogMaxFileSize = big", "10485760",
+        {QStringLiteral("\"big\" is not a valid long long value! Used value: -1")});
 }
 
-void TstTWLoggerConfig::levels()
+void TstTWLoggerConfig::apply()
 {
-    QFETCH(QByteArray, value);
-    QFETCH(QList<int>, expected);
+    QFETCH(QByteArray, line);
+    QFETCH(QString, expected);
     QFETCH(QStringList, warnings);
+    QFETCH(bool, opensFile);
+
     TempWorkDir dir;
     TWLogger logger;
-    logger.addAcceptedLogLevel(QtDebugMsg); // replaced, not merged
+    logger.addAcceptedLogLevel(QtDebugMsg); // a level list replaces, it does not merge
     MessageCapture capture;
-    QVERIFY(applyIni(logger, "L.LogAcceptedLevels = " + value + '\n'));
-    QCOMPARE(logger.acceptedLogLevelList(), expected);
+    QVERIFY(applyIni(logger, "L." + line + '\n'));
+    const QString got = line.contains("Separator") ? logger.lineEndSepa()
+        : line.contains("Levels")                  ? levelsText(logger)
+                                                   : QString::number(logger.maxFileSize());
+    QCOMPARE(got, expected);
     QCOMPARE(capture.texts(), warnings);
     for (const auto& m : capture.messages())
         QCOMPARE(m.type, QtWarningMsg);
-}
-
-void TstTWLoggerConfig::maxFileSize_data()
-{
-    QTest::addColumn<QByteArray>("value");
-    QTest::addColumn<qint64>("expected");
-    QTest::addColumn<QString>("warning");
-    QTest::newRow("bytes") << QByteArray("2048") << qint64(2048) << QString();
-    QTest::newRow("zero keeps") << QByteArray("0") << qint64(10485760) << QString();
-    QTest::newRow("negative keeps") << QByteArray("-5") << qint64(10485760) << QString();
-    QTest::newRow("no number keeps")
-        << QByteArray("big") << qint64(10485760)
-        << QStringLiteral("\"big\" is not a valid long long value! Used value: -1");
-}
-
-void TstTWLoggerConfig::maxFileSize()
-{
-    QFETCH(QByteArray, value);
-    QFETCH(qint64, expected);
-    QFETCH(QString, warning);
-    TempWorkDir dir;
-    TWLogger logger;
-    MessageCapture capture;
-    QVERIFY(applyIni(logger, "L.LogMaxFileSize = " + value + '\n'));
-    QCOMPARE(logger.maxFileSize(), expected);
-    QCOMPARE(capture.texts(), warning.isEmpty() ? QStringList() : QStringList{warning});
+    QCOMPARE(dir.files({QStringLiteral("*.log")}).size(), opensFile ? 1 : 0);
 }
 
 void TstTWLoggerConfig::secondCallRotatesNothing()
@@ -197,42 +131,22 @@ void TstTWLoggerConfig::secondCallRotatesNothing()
     QVERIFY(QDir().mkdir(QStringLiteral("logs")));
     const QByteArray ini = "L.LogFilePath = logs/app.log\nL.LogDateFormat = yyyy\nL.LogLineEndSeparator = LF\n"
                            "L.LogConsoleOutput = false\nL.LogAcceptedLevels = DEBUG\n";
+    const QStringList files{QStringLiteral("app_0000.log"), QStringLiteral("app_0001.log")};
     TWLogger logger;
-    QVERIFY(applyIni(logger, ini));
+    for (int call = 0; call < 2; ++call) {
+        logger.addAcceptedLogLevel(9); // rebuilt by each call
+        QVERIFY(applyIni(logger, ini));
+        QCOMPARE(levelsText(logger), QStringLiteral("0"));
+        // The new date format and separator each advanced the number once, at the first call only.
+        QCOMPARE(QDir(QStringLiteral("logs")).entryList(QDir::Files), files);
+        QVERIFY(logger.writeLog(QStringLiteral("call %1").arg(call), QtDebugMsg, QString(), 1, QString()));
+    }
     QCOMPARE(logger.file(), QDir::current().absoluteFilePath(QStringLiteral("logs/app.log")));
     QVERIFY(!logger.isConsoleOutput());
-    // A new date format and a new separator each advanced the number; the first file stays empty.
-    const QStringList files{QStringLiteral("app_0000.log"), QStringLiteral("app_0001.log")};
-    QCOMPARE(QDir(QStringLiteral("logs")).entryList(QDir::Files), files);
-    QVERIFY(logger.writeLog(QStringLiteral("one"), QtDebugMsg, QString(), 1, QString()));
-
-    logger.addAcceptedLogLevel(9);
-    QVERIFY(applyIni(logger, ini));
-    QCOMPARE(logger.acceptedLogLevelList(), QList<int>{QtDebugMsg});
-    QVERIFY(logger.writeLog(QStringLiteral("two"), QtDebugMsg, QString(), 2, QString()));
-    QCOMPARE(QDir(QStringLiteral("logs")).entryList(QDir::Files), files);
     QCOMPARE(dir.readFile(QStringLiteral("logs/app_0000.log")), QByteArray());
     const QList<QByteArray> lines = dir.readFile(QStringLiteral("logs/app_0001.log")).split('\n');
     QCOMPARE(lines.size(), 3); // two lines, each ended by LF
-    QVERIFY(lines[0].contains("DEBUG    - one"));
-    QVERIFY(lines[1].contains("DEBUG    - two"));
-}
-
-void TstTWLoggerConfig::exampleFile()
-{
-    TempWorkDir dir;
-    TWConfig config;
-    QVERIFY(config.load(QStringLiteral(TW_EXAMPLE_INI)));
-    TWLogger logger;
-    MessageCapture capture;
-    QVERIFY(logger.readFromConfig(QStringLiteral("MainLog"), &config));
-    QVERIFY(capture.messages().isEmpty());
-    QCOMPARE(logger.lineEndSepa(), QStringLiteral("\n"));
-    QVERIFY(!logger.isConsoleOutput());
-    bool isRange = false;
-    QCOMPARE(config.getValueRange(QStringLiteral("Worker.Ports"), isRange, QMetaType::UInt, QString()),
-             QVariantList({8000u, 8010u}));
-    QVERIFY(isRange);
+    QVERIFY(lines[0].contains("DEBUG    - call 0") && lines[1].contains("DEBUG    - call 1"));
 }
 
 QTEST_GUILESS_MAIN(TstTWLoggerConfig)

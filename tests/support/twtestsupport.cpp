@@ -146,7 +146,6 @@ MapConfig::MapConfig(const QVariantMap& values)
 QVariant MapConfig::getValue(const QString& key, const QVariant& defaultValue)
 {
     keys.append(key);
-    defaults.append(defaultValue);
     return values.value(key, defaultValue);
 }
 

@@ -110,7 +110,7 @@ private:
 /*!
  * A configuration whose raw values come from a map instead of a file. Every
  * typed getter of TWConfig reads through getValue(), so all of them see the
- * map; each key asked and the default that came with it are recorded.
+ * map; each key asked is recorded.
  */
 class MapConfig : public TW::TWConfig
 {
@@ -120,7 +120,6 @@ public:
 
     QVariantMap values;
     QStringList keys;
-    QVariantList defaults;
 };
 
 /*! Output and exit of a child program. */
