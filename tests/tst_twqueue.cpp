@@ -523,7 +523,6 @@ void TstTWQueue::poolAddRemoveAndConfig()
         pool.addFromConfig(QStringLiteral("a"), &config);
         pool.addFromConfig(QStringLiteral("b"), &config);
         QCOMPARE(config.keys, QStringList({"a.QueueMaxItemOnMemory", "a.QueueCacheDir", "b.QueueMaxItemOnMemory", "b.QueueCacheDir"}));
-        QCOMPARE(config.defaults.first(), QVariant(65535u));
         QCOMPARE(_logger.messages(), QStringList({"a.QueueMaxItemOnMemory not defined in config! Value: 0 (endless) will be used.",
                                                   "b.QueueCacheDir not defined in config! Value: './' will be used."}));
         TWQueue* a = pool.queue(QStringLiteral("a"));
