@@ -92,10 +92,11 @@ TWQueue::~TWQueue()
     }
     _writeCache(true);
 
-    // The read-ahead batch is not written back (its file is gone already); it
-    // is lost with the queue, and only its memory is released here.
+    // The read-ahead batch is not written back (its file is gone already), and
+    // records whose last write failed have nowhere to go: both are lost with
+    // the queue, and only their memory is released here.
     qDeleteAll(_readItems);
-    _readItems.clear();
+    qDeleteAll(_writeItems);
 }
 
 const QString TWQueue::className()
