@@ -48,19 +48,6 @@ void settle(TWThread* pThread)
     QCoreApplication::sendPostedEvents(pThread, QEvent::MetaCall);
 }
 
-// A thread announces its end once per worker it was ever given, and a late
-// announcement frees it mid-job: settle a reserved thread, and reserve again
-// if that freed it.
-TWThread* reserveSettled(TWThreadPool& pool)
-{
-    TWThread* pThread = nullptr;
-    do {
-        if ((pThread = pool.waitingForReserveThread(Patience)))
-            settle(pThread);
-    } while (pThread && !pThread->isBusy());
-    return pThread;
-}
-
 } // namespace
 
 class TstTWThreadPool : public QObject
@@ -235,8 +222,14 @@ private slots:
         pool.setLogger(&logger);
         QSet<TWThread*> used;
         for (int i = 0; i < 300; ++i) {
-            TWThread* pThread = reserveSettled(pool);
-            QVERIFY(pThread);
+            // A thread announces its end once per worker it was ever given, and
+            // a late announcement would free it mid-job: settle a reserved
+            // thread first, and reserve again if that freed it.
+            TWThread* pThread = nullptr;
+            do {
+                QVERIFY((pThread = pool.waitingForReserveThread(Patience)));
+                settle(pThread);
+            } while (!pThread->isBusy());
             used.insert(pThread);
             pThread->setWorker(new Worker(&book), true);
             pThread->start();

@@ -44,9 +44,11 @@ class TstTWUtils : public QObject
 
     TWTest::RecordingLogger _logger;
 
-    // The last failure is exactly \a message, and went to the logger as a critical line.
-    void expectFailure(const QString& message)
+    // The call \a failed as it should, its failure is exactly \a message, and
+    // that went to the logger as a critical line.
+    void expectFailure(const QString& message, bool failed = true)
     {
+        QVERIFY2(failed, qPrintable(message));
         QCOMPARE(TWUtils::lastError(), message);
         const TWTest::LogRecord r = _logger.records().value(_logger.records().size() - 1);
         QCOMPARE(r.msg, message);
@@ -61,33 +63,31 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("patterns");
-        QTest::addColumn<bool>("caseSensitive");
-        QTest::addColumn<bool>("expected");
+        QTest::addColumn<bool>("sensitive"); // the answers with Qt::CaseSensitive
+        QTest::addColumn<bool>("insensitive"); // and with Qt::CaseInsensitive
         const QString longA(300, u'a');
         QTest::newRow("empty both") << "" << "" << true << true;
-        QTest::newRow("text, no patterns") << "abc" << "" << true << false;
+        QTest::newRow("text, no patterns") << "abc" << "" << false << false;
         QTest::newRow("empty text, stars") << "" << "***" << true << true;
-        QTest::newRow("question mark needs a character") << "ab" << "ab?" << true << false;
+        QTest::newRow("question mark needs a character") << "ab" << "ab?" << false << false;
         QTest::newRow("second pattern") << "abc" << "x;a*" << true << true;
-        QTest::newRow("only separators") << "" << ";;" << true << false;
-        QTest::newRow("blank belongs to pattern") << "abc" << "x; abc" << true << false;
-        QTest::newRow("star in text is no wildcard") << "a*c" << "abc" << true << false;
-        QTest::newRow("insensitive") << "ABC" << "a*c" << false << true;
-        QTest::newRow("sensitive") << "ABC" << "a*c" << true << false;
+        QTest::newRow("only separators") << "" << ";;" << false << false;
+        QTest::newRow("blank belongs to pattern") << "abc" << "x; abc" << false << false;
+        QTest::newRow("star in text is no wildcard") << "a*c" << "abc" << false << false;
+        QTest::newRow("case") << "ABC" << "a*c" << false << true;
         // "ß" upper-cases to "SS", but only as many characters as the text has take part.
         QTest::newRow("expanding upper case, own length") << "ß" << "S" << false << true;
-        QTest::newRow("expanding upper case, full form") << "ß" << "ß" << false << false;
-        QTest::newRow("long, last differs") << longA << "*" + QString(298, u'a') + "b" << true << false;
-        QTest::newRow("long, insensitive") << longA + "b" << "A*" + QString(100, u'?') + "*B" << false << true;
+        QTest::newRow("expanding upper case, full form") << "ß" << "ß" << true << false;
+        QTest::newRow("long, last differs") << longA << "*" + QString(298, u'a') + "b" << false << false;
+        QTest::newRow("long, case") << longA + "b" << "A*" + QString(100, u'?') + "*B" << false << true;
     }
 
     void wildcard()
     {
         QFETCH(QString, text);
         QFETCH(QString, patterns);
-        QFETCH(bool, caseSensitive);
-        QTEST(TWUtils::isMatchWildcard(text, patterns, caseSensitive ? Qt::CaseSensitive : Qt::CaseInsensitive),
-              "expected");
+        QTEST(TWUtils::isMatchWildcard(text, patterns, Qt::CaseSensitive), "sensitive");
+        QTEST(TWUtils::isMatchWildcard(text, patterns, Qt::CaseInsensitive), "insensitive");
     }
 
     void wildcardAgreesWithRecursiveMatcher()
@@ -154,30 +154,14 @@ private slots:
         QCOMPARE(TWUtils::randInt(10, 0), TWUtils::randInt(10, 0)); // reversed bounds wrap, no fault
         QCOMPARE(TWUtils::scaleTo(5.0, 0.0, 10.0, 0.0, 100.0), 50.0);
         QCOMPARE(TWUtils::scaleTo(-5.0, 0.0, 10.0, 100.0, 0.0), 150.0);
-        QCOMPARE(TWUtils::scaleTo(5.0, 0.0, 10.0, 0.0, 5.0), 2.5);
         // The integer form divides the range widths as integers first.
-        QCOMPARE(TWUtils::scaleTo(qint64(5), 0, 10, 0, 100), qint64(50));
         QCOMPARE(TWUtils::scaleTo(qint64(9), 0, 10, 7, 12), qint64(7));
         QCOMPARE(TWUtils::scaleTo(qint64(3), 0, 10, 0, 25), qint64(6));
         QCOMPARE(TWUtils::scaleTo(qint64(5), 0, 10, 0, -25), qint64(-10));
         QCOMPARE(TWUtils::scaleTo(qint64(5), 3, 3, 7, 12), qint64(7)); // no ratio: no divide fault
     }
 
-    void binaryFiles()
-    {
-        TWTest::TempWorkDir dir;
-        const QString path = QStringLiteral("data.bin");
-        QVERIFY(dir.writeFile(path, QByteArray(100, 'x')));
-        for (const QByteArray& content : {QByteArray(), QByteArray("a\r\nb\0c\n\xff", 8)}) {
-            QByteArray back("stale");
-            QVERIFY(TWUtils::saveFile(path, content) && dir.readFile(path) == content);
-            QVERIFY(TWUtils::readFile(path, back));
-            QCOMPARE(back, content);
-        }
-        QVERIFY(_logger.records().isEmpty());
-    }
-
-    void textFiles_data()
+    void files_data()
     {
         QTest::addColumn<QStringList>("lines");
         QTest::addColumn<QString>("separator");
@@ -193,8 +177,9 @@ private slots:
         QTest::newRow("no lines, empty file") << QStringList() << "," << "" << QByteArray() << QStringList();
     }
 
-    // Writes with the list form over an older, longer file, checks the bytes, and reads them back both ways.
-    void textFiles()
+    // Writes with the list form over an older, longer file, checks the bytes,
+    // reads them back all three ways, and saves a shorter file over them.
+    void files()
     {
         QFETCH(QStringList, lines);
         QFETCH(QString, separator);
@@ -214,6 +199,9 @@ private slots:
         QList<QString> back{QStringLiteral("stale")};
         QVERIFY(TWUtils::readTxtFile(path, back, codec));
         QTEST(back, "readLines");
+        QByteArray raw("stale");
+        QVERIFY(TWUtils::readFile(path, raw) && raw == bytes);
+        QVERIFY(TWUtils::saveFile(path, bytes.left(1)) && dir.readFile(path) == bytes.left(1));
         QVERIFY(_logger.records().isEmpty());
     }
 
@@ -223,57 +211,50 @@ private slots:
         TWTest::TempWorkDir dir;
         const QString old = QStringLiteral("old.txt"), missing = QStringLiteral("missing.txt");
         const QString unwritable = QStringLiteral("no/such/folder.txt"), noCodec = QStringLiteral("no-such-codec");
+        const QString openMissing = QStringLiteral("Couldn't open file: 'missing.txt'! ") + openError(missing, QIODevice::ReadOnly);
+        const QString readCodec = QStringLiteral("Couldn't read file: 'old.txt' because codec name: 'no-such-codec' not supported!");
         QVERIFY(dir.writeFile(old, "old content\n"));
-        const QString openMissing = QStringLiteral("Couldn't open file: '%1'! %2").arg(missing, openError(missing, QIODevice::ReadOnly));
         QByteArray bytes("stale");
-        QVERIFY(!TWUtils::readFile(missing, bytes) && bytes.isEmpty());
-        expectFailure(openMissing);
-        for (const QString& file : {missing, old}) {
-            const QString codec = file == old ? noCodec : QString();
-            const QString message = file == old ? QStringLiteral("Couldn't read file: 'old.txt' because codec name: "
-                                                                 "'no-such-codec' not supported!") : openMissing;
-            QString text = QStringLiteral("stale");
-            QVERIFY(!TWUtils::readTxtFile(file, text, codec) && text.isEmpty());
-            expectFailure(message);
-            QList<QString> lines{QStringLiteral("stale")};
-            QVERIFY(!TWUtils::readTxtFile(file, lines, codec) && lines.isEmpty());
-            expectFailure(message);
-        }
+        QString text = QStringLiteral("stale");
+        QList<QString> lines{text};
+        expectFailure(openMissing, !TWUtils::readFile(missing, bytes) && bytes.isEmpty());
+        expectFailure(openMissing, !TWUtils::readTxtFile(missing, text, QString()) && text.isEmpty());
+        expectFailure(openMissing, !TWUtils::readTxtFile(missing, lines, QString()) && lines.isEmpty());
+        text = QStringLiteral("stale"), lines = QList<QString>{text};
+        expectFailure(readCodec, !TWUtils::readTxtFile(old, text, noCodec) && text.isEmpty());
+        expectFailure(readCodec, !TWUtils::readTxtFile(old, lines, noCodec) && lines.isEmpty());
 
-        QVERIFY(!TWUtils::saveFile(unwritable, "abc"));
-        expectFailure(QStringLiteral("Couldn't open file: '%1' for write! %2").arg(unwritable, openError(unwritable, QIODevice::WriteOnly)));
-        QVERIFY(!TWUtils::writeTxtFile(unwritable, QStringLiteral("x"), QString()));
-        expectFailure(QStringLiteral("Couldn't open file: '%1'! %2").arg(unwritable, openError(unwritable, QIODevice::WriteOnly | QIODevice::Text)));
+        expectFailure(QStringLiteral("Couldn't open file: '%1' for write! %2").arg(unwritable, openError(unwritable, QIODevice::WriteOnly)),
+                      !TWUtils::saveFile(unwritable, "abc"));
+        expectFailure(QStringLiteral("Couldn't open file: '%1'! %2").arg(unwritable, openError(unwritable, QIODevice::WriteOnly | QIODevice::Text)),
+                      !TWUtils::writeTxtFile(unwritable, QStringLiteral("x"), QString()));
         // The file is opened, and so emptied, before the codec is refused.
-        QVERIFY(!TWUtils::writeTxtFile(old, QStringList{QStringLiteral("new")}, noCodec, QStringLiteral(",")));
+        expectFailure(QStringLiteral("Couldn't write file: 'old.txt' because codec name: 'no-such-codec' not supported!"),
+                      !TWUtils::writeTxtFile(old, QStringList{QStringLiteral("new")}, noCodec, QStringLiteral(",")));
         QVERIFY(QFileInfo::exists(old) && dir.readFile(old).isEmpty());
-        expectFailure(QStringLiteral("Couldn't write file: 'old.txt' because codec name: 'no-such-codec' not supported!"));
         QVERIFY(TWUtils::saveFile(old, "x") && TWUtils::lastError().startsWith(QLatin1String("Couldn't write file")));
-
-        if (QFileInfo::exists(QStringLiteral("/dev/full"))) {
-            // Larger than QFile's buffer, so the write itself reaches the device and fails.
-            QVERIFY(!TWUtils::saveFile(QStringLiteral("/dev/full"), QByteArray(100000, 'x')));
-            expectFailure(QStringLiteral("Error in write file: '/dev/full'! Content size is 100000 written bytes is -1."));
-        }
+        // Larger than QFile's buffer, so the write itself reaches the device and fails.
+        if (QFileInfo::exists(QStringLiteral("/dev/full")))
+            expectFailure(QStringLiteral("Error in write file: '/dev/full'! Content size is 100000 written bytes is -1."),
+                          !TWUtils::saveFile(QStringLiteral("/dev/full"), QByteArray(100000, 'x')));
     }
 
     void run_data()
     {
-        QTest::addColumn<bool>("useSystem");
-        QTest::addColumn<bool>("wait");
+        QTest::addColumn<QString>("mode"); // "system", "wait" for a waited child, "detach"; "system wait" too
         QTest::addColumn<QString>("folder");
         QTest::addColumn<QString>("program");
         QTest::addColumn<QString>("failure");
         const QString system = QStringLiteral("Error on execute command: %1 %2 with current path: '%3'! RetValue: ");
         const QString missing = QStringLiteral("tw-no-such-program");
-        QTest::newRow("waited child: exit code does not count") << false << true << " sub " << runChild << "";
-        QTest::newRow("system: exit code fails") << true << false << " sub " << runChild << system;
-        QTest::newRow("system ignores the wait flag") << true << true << "" << runChild << system;
-        QTest::newRow("detached") << false << false << " sub " << runChild << "";
-        QTest::newRow("missing folder: stays put") << false << true << "no-such-folder" << runChild << "";
-        QTest::newRow("missing program, waited") << false << true << " sub " << missing
+        QTest::newRow("waited child: exit code does not count") << "wait" << " sub " << runChild << "";
+        QTest::newRow("system: exit code fails") << "system" << " sub " << runChild << system;
+        QTest::newRow("system ignores the wait flag") << "system wait" << "" << runChild << system;
+        QTest::newRow("detached") << "detach" << " sub " << runChild << "";
+        QTest::newRow("missing folder: stays put") << "wait" << "no-such-folder" << runChild << "";
+        QTest::newRow("missing program, waited") << "wait" << " sub " << missing
                                                  << "Couldn't start program: '%1 %2' with path: '%3'! ErrState: ";
-        QTest::newRow("missing program, detached") << false << false << "" << missing
+        QTest::newRow("missing program, detached") << "detach" << "" << missing
                                                    << "Error on run program: '%1 %2' with path: '%3'! ErrState: ";
     }
 
@@ -281,8 +262,7 @@ private slots:
     // the current folder comes back on every path.
     void run()
     {
-        QFETCH(bool, useSystem);
-        QFETCH(bool, wait);
+        QFETCH(QString, mode);
         QFETCH(QString, folder);
         QFETCH(QString, program);
         QFETCH(QString, failure);
@@ -292,7 +272,9 @@ private slots:
         const bool inSub = QFileInfo::exists(folder.trimmed());
         const QString where = inSub ? before + QStringLiteral("/sub") : before;
         const QString arguments = QStringLiteral("  3  x   y ");
-        QCOMPARE(TWUtils::run(QLatin1Char(' ') + program, arguments, folder, useSystem, false, wait), failure.isEmpty());
+        const bool useSystem = mode.startsWith(QLatin1String("system"));
+        QCOMPARE(TWUtils::run(u' ' + program, arguments, folder, useSystem, false, mode.endsWith(QLatin1String("wait"))),
+                 failure.isEmpty());
         QCOMPARE(QDir::currentPath(), before);
         if (program == runChild) {
             const QString report = inSub ? QStringLiteral("sub/runchild.txt") : QStringLiteral("runchild.txt");
@@ -302,8 +284,7 @@ private slots:
         if (failure.isEmpty())
             return;
         const QString message = TWUtils::lastError();
-        QVERIFY2(message.startsWith(failure.arg(program, arguments.trimmed(), where)), qPrintable(message));
-        expectFailure(message);
+        expectFailure(message, message.startsWith(failure.arg(program, arguments.trimmed(), where)));
         if (!useSystem)
             return;
         const int retValue = message.section(QLatin1String("RetValue: "), 1).toInt();
