@@ -60,7 +60,7 @@ bool RecordingLogger::writeLog(const QString& msg, QtMsgType type, const QString
 {
     QMutexLocker locker(&_mutex);
     _records.append({msg, type, file, line, function});
-    return _result;
+    return true;
 }
 
 bool RecordingLogger::writeLog(QtMsgType type, const QMessageLogContext&, const QString& msg)
@@ -87,12 +87,6 @@ void RecordingLogger::clear()
 {
     QMutexLocker locker(&_mutex);
     _records.clear();
-}
-
-void RecordingLogger::setResult(bool result)
-{
-    QMutexLocker locker(&_mutex);
-    _result = result;
 }
 
 namespace {

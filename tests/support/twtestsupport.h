@@ -64,13 +64,9 @@ public:
     QStringList messages() const;
     void clear();
 
-    /*! What writeLog answers from now on. */
-    void setResult(bool result);
-
 private:
     mutable QMutex _mutex;
     QList<LogRecord> _records;
-    bool _result = true;
 };
 
 /*!
