@@ -320,7 +320,9 @@ bool TWLogger::writeLog(const QString& msg, QtMsgType type, const QString& file,
     // One buffer per thread keeps its capacity from line to line.
     thread_local QString text;
     text.resize(0);
-    text.reserve(32 + msg.size() + padding + file.size() + function.size() + 64);
+    const qsizetype need = 32 + msg.size() + padding + file.size() + function.size() + 64;
+    if (text.capacity() < need) // reserve() reallocates even when the capacity is just enough
+        text.reserve(need);
     appendDate(text, now, _dateFormat);
 
     // A '%' in the date, the message or the file takes part in the successive
