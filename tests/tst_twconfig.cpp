@@ -114,9 +114,8 @@ private slots:
         row("folder absolute", "/var/tmp", "folder", "", "/var/tmp/");
         row("folder empty value", "", "folder", "d", "/");
 
-        row("single", "13", "range:int", "", "L int:13");
+        row("single", "13", "range:uint", "", "L uint:13");
         row("reversed range", "100 - 0", "range:qlonglong", "", "R qlonglong:100 qlonglong:0");
-        row("list from file", "2, 3, 4", "range:uint", "", "L uint:2 uint:3 uint:4");
         row("list as default, empty item", nullptr, "range:qulonglong", "2, , 4", "L qulonglong:2 qulonglong:4");
         row("negative loses its sign", "-5", "range:int", "", "R int:5");
         row("open range", "5 -", "range:int", "", "R int:5");
