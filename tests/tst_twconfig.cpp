@@ -1,7 +1,5 @@
 #include "twtestsupport.h"
 
-#include <twconfig.h>
-
 #include <QtCore/QDir>
 #include <QtTest/QTest>
 
@@ -30,8 +28,6 @@ QString readAs(TWConfig& c, const QString& getter, const QString& def)
         return c.getStrListValue(k, def.split(QLatin1Char(','), Qt::SkipEmptyParts)).join(QLatin1Char('|'));
     if (getter == QLatin1String("folder"))
         return c.getFolder(k, def).replace(QDir::currentPath(), QStringLiteral("@"));
-    if (getter == QLatin1String("str"))
-        return c.getStrValue(k, def);
     bool isRange = true;
     const auto type = QMetaType::Type(QMetaType::fromName(getter.mid(6).toLatin1()).id());
     QStringList out;
@@ -46,7 +42,7 @@ QStringList leveled(const MessageCapture& capture)
 {
     QStringList out;
     for (const auto& m : capture.messages())
-        out << (m.type == QtWarningMsg ? QStringLiteral("W ") : m.type == QtCriticalMsg ? QStringLiteral("C ") : QStringLiteral("? ")) + m.text;
+        out << QLatin1String(m.type == QtWarningMsg ? "W " : m.type == QtCriticalMsg ? "C " : "? ") + m.text;
     return out;
 }
 
@@ -57,150 +53,116 @@ class TstTWConfig : public QObject
     Q_OBJECT
 
 private slots:
-    void load();
-    void read_data();
-    void read();
-    void syncAndGetValueRouting();
-};
+    void load()
+    {
+        TempWorkDir dir;
+        QVERIFY(dir.writeFile(QStringLiteral("good.ini"), "k = 1\n"));
+        QVERIFY(dir.writeFile(QStringLiteral("junk.ini"), QByteArray("\0\xff[[[=\n==", 9)));
+        QVERIFY(QDir().mkdir(QStringLiteral("folder.ini")));
+        const QDir cwd = QDir::current();
+        MessageCapture capture;
+        TWConfig config;
+        config.sync(); // nothing loaded: silently nothing
+        QCOMPARE(config.fileName(), QString());
+        QVERIFY(config.load(QStringLiteral("junk.ini"))); // contents are never refused
+        QVERIFY(config.load(QStringLiteral("good.ini")));
+        QCOMPARE(config.fileName(), cwd.absoluteFilePath(QStringLiteral("good.ini")));
+        QVERIFY(dir.writeFile(QStringLiteral("good.ini"), "k = 22\n"));
+        config.sync();
+        QCOMPARE(config.getIntValue(QStringLiteral("k"), 0), 22);
 
-void TstTWConfig::load()
-{
-    TempWorkDir dir;
-    QVERIFY(dir.writeFile(QStringLiteral("good.ini"), "k = 1\n"));
-    QVERIFY(dir.writeFile(QStringLiteral("junk.ini"), QByteArray("\0\xff[[[=\n==", 9)));
-    QVERIFY(QDir().mkdir(QStringLiteral("folder.ini")));
-    const QDir cwd = QDir::current();
-    MessageCapture capture;
-    TWConfig config;
-    config.sync(); // nothing loaded: silently nothing
-    QCOMPARE(config.fileName(), QString());
-    QVERIFY(config.load(QStringLiteral("junk.ini"))); // contents are never refused
-    QVERIFY(config.load(QStringLiteral("good.ini")));
-    QCOMPARE(config.fileName(), cwd.absoluteFilePath(QStringLiteral("good.ini")));
-    QCOMPARE(readAs(config, QStringLiteral("int"), QStringLiteral("0")), QStringLiteral("1"));
-    QVERIFY(capture.messages().isEmpty());
+        // A failed load after a good one leaves nothing loaded: reads warn and give the default.
+        QVERIFY(!config.load(QStringLiteral("missing.ini")));
+        QVERIFY(!config.load(QStringLiteral("folder.ini")));
+        QCOMPARE(config.fileName(), QString());
+        QCOMPARE(config.getIntValue(QStringLiteral("k"), 7), 7);
+        QCOMPARE(config.getLongLongValue(QStringLiteral("k"), -1), -1); // its default travels unsigned
+        const QStringList m = leveled(capture);
+        QCOMPARE(m.value(0), QStringLiteral("C Config file not found! \"%1\"").arg(cwd.absoluteFilePath(QStringLiteral("missing.ini"))));
+        QVERIFY(m.value(1).startsWith(QStringLiteral("C Couldn't open config file for read! \"%1\" \"")
+                                    .arg(cwd.absoluteFilePath(QStringLiteral("folder.ini")))));
+        const QString prefix = QStringLiteral("W Config handler is not initialized! Key: \"k\" Used value: QVariant(");
+        QCOMPARE(m.mid(2), QStringList({prefix + QStringLiteral("int, 7)"), prefix + QStringLiteral("qulonglong, 18446744073709551615)")}));
+    }
 
-    // A failed load after a good one leaves nothing loaded: reads warn and give the default.
-    QVERIFY(!config.load(QStringLiteral("missing.ini")));
-    QVERIFY(!config.load(QStringLiteral("folder.ini")));
-    QCOMPARE(config.fileName(), QString());
-    QCOMPARE(readAs(config, QStringLiteral("int"), QStringLiteral("7")), QStringLiteral("7"));
-    // The long long default travels unsigned; only this warning shows it.
-    QCOMPARE(readAs(config, QStringLiteral("longlong"), QStringLiteral("-1")), QStringLiteral("-1"));
-    const QStringList m = leveled(capture);
-    QCOMPARE(m.size(), 4);
-    QCOMPARE(m[0], QStringLiteral("C Config file not found! \"%1\"").arg(cwd.absoluteFilePath(QStringLiteral("missing.ini"))));
-    QVERIFY(m[1].startsWith(QStringLiteral("C Couldn't open config file for read! \"%1\" \"")
-                                .arg(cwd.absoluteFilePath(QStringLiteral("folder.ini")))));
-    const QString prefix = QStringLiteral("W Config handler is not initialized! Key: \"k\" Used value: ");
-    QCOMPARE(m.mid(2), QStringList({prefix + QStringLiteral("QVariant(int, 7)"),
-                                    prefix + QStringLiteral("QVariant(qulonglong, 18446744073709551615)")}));
-}
+    void read_data()
+    {
+        QTest::addColumn<QByteArray>("value"); // right side of "k = ..." in the file; null: no such key
+        QTest::addColumn<QString>("getter");
+        QTest::addColumn<QString>("def");
+        QTest::addColumn<QString>("expected");
+        QTest::addColumn<QString>("message"); // the start of a warning, or for ranges of a critical message
 
-void TstTWConfig::read_data()
-{
-    QTest::addColumn<QByteArray>("value"); // right side of "k = ..." in the file; null: no such key
-    QTest::addColumn<QString>("getter");
-    QTest::addColumn<QString>("def");
-    QTest::addColumn<QString>("expected");
-    QTest::addColumn<QString>("message"); // a warning, or for ranges a critical message
+        const auto row = [](const char* name, const char* value, const char* getter, const char* def,
+                            const char* expected, const char* message = "") {
+            QTest::newRow(name) << (value ? QByteArray(value) : QByteArray()) << QString::fromLatin1(getter)
+                                << QString::fromLatin1(def) << QString::fromLatin1(expected) << QString::fromLatin1(message);
+        };
+        row("int", "-7", "int", "5", "-7");
+        row("int bad", "abc", "int", "5", "5", "\"abc\" is not a valid integer value!");
+        row("uint", "4000000000", "uint", "3", "4000000000");
+        row("uint negative", "-1", "uint", "3", "3", "\"-1\" is not a valid unsigned integer value!");
+        row("longlong", "-9000000000", "longlong", "-1", "-9000000000");
+        row("longlong too big", "9223372036854775808", "longlong", "-1", "-1",
+            "\"9223372036854775808\" is not a valid long long value!");
+        row("ulonglong", "18446744073709551615", "ulonglong", "1", "18446744073709551615");
+        row("ulonglong negative", "-1", "ulonglong", "1", "1", "\"-1\" is not a valid unsigned long long value!");
+        row("bool zero", "0", "bool", "true", "false");
+        row("bool unknown word", "banana", "bool", "false", "true");
+        row("strlist unquoted commas", "a, b ,c", "strlist", "", "a|b|c");
+        row("folder relative", "logs/run", "folder", "", "@/logs/run/");
+        row("folder absolute", "/var/tmp", "folder", "", "/var/tmp/");
+        row("folder empty value", "", "folder", "d", "/");
 
-    const auto row = [](const char* name, const char* value, const char* getter, const char* def,
-                        const char* expected, const char* message = "") {
-        QTest::newRow(name) << (value ? QByteArray(value) : QByteArray()) << QString::fromLatin1(getter)
-                            << QString::fromLatin1(def) << QString::fromLatin1(expected) << QString::fromLatin1(message);
-    };
-    const char* const absent = nullptr;
-    row("int", "-7", "int", "5", "-7");
-    row("int bad", "abc", "int", "5", "5", "\"abc\" is not a valid integer value! Used value: 5");
-    row("int too big", "3000000000", "int", "5", "5", "\"3000000000\" is not a valid integer value! Used value: 5");
-    row("uint", "4000000000", "uint", "3", "4000000000");
-    row("uint negative", "-1", "uint", "3", "3", "\"-1\" is not a valid unsigned integer value! Used value: 3");
-    row("uint too big", "4294967296", "uint", "3", "3",
-        "\"4294967296\" is not a valid unsigned integer value! Used value: 3");
-    row("longlong", "-9000000000", "longlong", "-1", "-9000000000");
-    row("longlong absent", absent, "longlong", "-1", "-1");
-    row("longlong too big", "9223372036854775808", "longlong", "-1", "-1",
-        "\"9223372036854775808\" is not a valid long long value! Used value: -1");
-    row("ulonglong", "18446744073709551615", "ulonglong", "1", "18446744073709551615");
-    row("ulonglong negative", "-1", "ulonglong", "1", "1",
-        "\"-1\" is not a valid unsigned long long value! Used value: 1");
-    row("bool zero", "0", "bool", "true", "false");
-    row("bool unknown word", "banana", "bool", "false", "true");
-    row("str quoted comma", "\"a, b\"", "str", "", "a, b");
-    row("strlist unquoted commas", "a, b ,c", "strlist", "", "a|b|c");
-    row("folder relative", "logs/run", "folder", "", "@/logs/run/");
-    row("folder absolute", "/var/tmp", "folder", "", "/var/tmp/");
-    row("folder empty value", "", "folder", "d", "/");
-    row("folder absent, relative default", absent, "folder", "d", "@/d/");
+        row("single", "13", "range:uint", "", "L uint:13");
+        row("reversed range", "100 - 0", "range:qlonglong", "", "R qlonglong:100 qlonglong:0");
+        row("list as default, empty item", nullptr, "range:qulonglong", "2, , 4", "L qulonglong:2 qulonglong:4");
+        row("negative loses its sign", "-5", "range:int", "", "R int:5");
+        row("open range", "5 -", "range:int", "", "R int:5");
+        row("string range", "a-b", "range:QString", "", "R QString:a QString:b");
+        row("negative list from file", "-1, -2", "range:int", "", "L int:-1 int:-2");
+        row("bool read as numbers", "0 - 1", "range:bool", "", "R int:0 int:1");
+        row("blanks only", nullptr, "range:int", "   ", "L");
+        row("two hyphens", "-5 - 10", "range:int", "", "L",
+            "Wrong range format: \"-5 - 10\" Supported range format ex: 0 - 100. Must be min and max value.");
+        row("negative list as default", nullptr, "range:int", "-1, -2", "L",
+            "Unsupported value range format: \"-1, -2\" Supported formats ex: 13 or 0 - 100 or 2, 3, 4, 5 etc.");
+        row("bool word", "true", "range:bool", "", "L", "Value = \"true\" is not matched with type = 1");
+        row("failed range keeps isRange", "abc - 5", "range:int", "", "R", "Value = \"abc\" is not matched with type = 2");
+        row("failed list drops its items", "1, x", "range:qulonglong", "", "L", "Value = \"x\" is not matched with type = 5");
+        row("unsupported type", "1", "range:double", "", "L",
+            "Unsupported value range type: 6 Supported types: bool, string, int, uint, longlong, ulonglong.");
+    }
 
-    row("single", "13", "range:int", "", "L int:13");
-    row("reversed range", "100 - 0", "range:qlonglong", "", "R qlonglong:100 qlonglong:0");
-    row("list from file", "2, 3, 4", "range:uint", "", "L uint:2 uint:3 uint:4");
-    row("list as default", absent, "range:int", "2, 3", "L int:2 int:3");
-    row("empty item skipped", "2, , 4", "range:qulonglong", "", "L qulonglong:2 qulonglong:4");
-    row("negative loses its sign", "-5", "range:int", "", "R int:5");
-    row("open range", "5 -", "range:int", "", "R int:5");
-    row("string range", "a-b", "range:QString", "", "R QString:a QString:b");
-    row("negative list from file", "-1, -2", "range:int", "", "L int:-1 int:-2");
-    row("range in string list", "1 - 2, 3", "range:QString", "", "L QString:1 - 2 QString:3");
-    row("bool read as numbers", "0 - 1", "range:bool", "", "R int:0 int:1");
-    row("blanks only", absent, "range:int", "   ", "L");
-    row("two hyphens", "-5 - 10", "range:int", "", "L",
-        "Wrong range format: \"-5 - 10\" Supported range format ex: 0 - 100. Must be min and max value. Key: \"k\"");
-    row("negative list as default", absent, "range:int", "-1, -2", "L",
-        "Unsupported value range format: \"-1, -2\" Supported formats ex: 13 or 0 - 100 or 2, 3, 4, 5 etc. Key: \"k\"");
-    row("quoted hyphen and comma", "\"a-b, c\"", "range:QString", "", "L",
-        "Unsupported value range format: \"a-b, c\" Supported formats ex: 13 or 0 - 100 or 2, 3, 4, 5 etc. Key: \"k\"");
-    row("range in int list", "1 - 2, 3", "range:int", "", "L", "Value = \"1 - 2\" is not matched with type = 2 Key: \"k\"");
-    row("bool word", "true", "range:bool", "", "L", "Value = \"true\" is not matched with type = 1 Key: \"k\"");
-    row("uint overflow", "4294967296", "range:uint", "", "L",
-        "Value = \"4294967296\" is not matched with type = 3 Key: \"k\"");
-    row("failed range keeps isRange", "abc - 5", "range:int", "", "R",
-        "Value = \"abc\" is not matched with type = 2 Key: \"k\"");
-    row("failed list drops its items", "1, x", "range:qulonglong", "", "L",
-        "Value = \"x\" is not matched with type = 5 Key: \"k\"");
-    row("unsupported type", "1", "range:double", "", "L",
-        "Unsupported value range type: 6 Supported types: bool, string, int, uint, longlong, ulonglong. Key: \"k\"");
-}
-
-void TstTWConfig::read()
-{
-    QFETCH(QByteArray, value);
-    QFETCH(QString, getter);
-    QFETCH(QString, def);
-    QFETCH(QString, expected);
-    QFETCH(QString, message);
-
-    TempWorkDir dir;
-    QVERIFY(dir.writeFile(QStringLiteral("c.ini"), value.isNull() ? QByteArray("j = 1\n") : "k = " + value + '\n'));
-    TWConfig config;
-    QVERIFY(config.load(QStringLiteral("c.ini")));
-    MessageCapture capture;
-    QCOMPARE(readAs(config, getter, def), expected);
-    const QString level = getter.startsWith(QLatin1String("range:")) ? QStringLiteral("C ") : QStringLiteral("W ");
-    QCOMPARE(leveled(capture), message.isEmpty() ? QStringList() : QStringList{level + message});
-}
-
-void TstTWConfig::syncAndGetValueRouting()
-{
-    TempWorkDir dir;
-    QVERIFY(dir.writeFile(QStringLiteral("c.ini"), "k = 1\n"));
-    TWConfig config;
-    QVERIFY(config.load(QStringLiteral("c.ini")));
-    QVERIFY(dir.writeFile(QStringLiteral("c.ini"), "k = 22\nj = 3\n"));
-    config.sync();
-    QCOMPARE(config.getIntValue(QStringLiteral("k"), 0) + config.getIntValue(QStringLiteral("j"), 0), 25);
+    // Each message ends in the default used, or for ranges in the key.
+    void read()
+    {
+        QFETCH(QByteArray, value);
+        QFETCH(QString, getter);
+        QFETCH(QString, def);
+        QFETCH(QString, message);
+        TempWorkDir dir;
+        QVERIFY(dir.writeFile(QStringLiteral("c.ini"), value.isNull() ? QByteArray("j = 1\n") : "k = " + value + '\n'));
+        TWConfig config;
+        QVERIFY(config.load(QStringLiteral("c.ini")));
+        MessageCapture capture;
+        QTEST(readAs(config, getter, def), "expected");
+        const bool range = getter.startsWith(QLatin1String("range:"));
+        if (!message.isEmpty())
+            message = (range ? QStringLiteral("C %1 Key: \"k\"") : QStringLiteral("W %1 Used value: ") + def).arg(message);
+        QCOMPARE(leveled(capture).join(u'\n'), message);
+    }
 
     // A subclass that overrides getValue alone feeds every getter.
-    TWTest::MapConfig map({{QStringLiteral("k"), QStringList{QStringLiteral("-1"), QStringLiteral("-2")}}});
-    QCOMPARE(readAs(map, QStringLiteral("range:int"), QString()), QStringLiteral("L int:-1 int:-2"));
-    map.values[QStringLiteral("k")] = QStringLiteral("/srv");
-    QCOMPARE(readAs(map, QStringLiteral("folder"), QString()), QStringLiteral("/srv/"));
-    map.values[QStringLiteral("k")] = QStringLiteral("12");
-    QCOMPARE(readAs(map, QStringLiteral("ulonglong"), QString()), QStringLiteral("12"));
-    QCOMPARE(map.keys.size(), 3);
-}
+    void getValueRouting()
+    {
+        TWTest::MapConfig map({{QStringLiteral("k"), QStringLiteral("12")}});
+        QStringList got;
+        for (const char* getter : {"int", "uint", "longlong", "ulonglong", "bool", "strlist", "folder", "range:int"})
+            got << readAs(map, QString::fromLatin1(getter), QString());
+        QCOMPARE(got.join(u' '), QStringLiteral("12 12 12 12 true 12 @/12/ L int:12"));
+    }
+};
 
 QTEST_GUILESS_MAIN(TstTWConfig)
 #include "tst_twconfig.moc"

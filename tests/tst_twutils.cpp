@@ -9,10 +9,6 @@
 
 #include <climits>
 
-#ifdef Q_OS_UNIX
-#  include <sys/wait.h>
-#endif
-
 using TW::TWUtils;
 
 namespace {
@@ -49,9 +45,8 @@ class TstTWUtils : public QObject
     void expectFailure(const QString& message, bool failed = true)
     {
         QVERIFY2(failed, qPrintable(message));
-        QCOMPARE(TWUtils::lastError(), message);
         const TWTest::LogRecord r = _logger.records().value(_logger.records().size() - 1);
-        QCOMPARE(r.msg, message);
+        QCOMPARE(TWUtils::lastError() + u'|' + r.msg, message + u'|' + message);
         QVERIFY(r.type == QtCriticalMsg && r.file.endsWith(QLatin1String("twutils.cpp")) && r.line > 0);
     }
 
@@ -65,21 +60,17 @@ private slots:
         QTest::addColumn<QString>("patterns");
         QTest::addColumn<bool>("sensitive"); // the answers with Qt::CaseSensitive
         QTest::addColumn<bool>("insensitive"); // and with Qt::CaseInsensitive
-        const QString longA(300, u'a');
         QTest::newRow("empty both") << "" << "" << true << true;
         QTest::newRow("text, no patterns") << "abc" << "" << false << false;
         QTest::newRow("empty text, stars") << "" << "***" << true << true;
         QTest::newRow("question mark needs a character") << "ab" << "ab?" << false << false;
         QTest::newRow("second pattern") << "abc" << "x;a*" << true << true;
         QTest::newRow("only separators") << "" << ";;" << false << false;
-        QTest::newRow("blank belongs to pattern") << "abc" << "x; abc" << false << false;
         QTest::newRow("star in text is no wildcard") << "a*c" << "abc" << false << false;
         QTest::newRow("case") << "ABC" << "a*c" << false << true;
         // "ß" upper-cases to "SS", but only as many characters as the text has take part.
-        QTest::newRow("expanding upper case, own length") << "ß" << "S" << false << true;
-        QTest::newRow("expanding upper case, full form") << "ß" << "ß" << true << false;
-        QTest::newRow("long, last differs") << longA << "*" + QString(298, u'a') + "b" << false << false;
-        QTest::newRow("long, case") << longA + "b" << "A*" + QString(100, u'?') + "*B" << false << true;
+        QTest::newRow("expanding upper case") << "ß" << "S" << false << true;
+        QTest::newRow("long, case") << QString(300, u'a') + "b" << "A*" + QString(100, u'?') + "*B" << false << true;
     }
 
     void wildcard()
@@ -117,7 +108,6 @@ private slots:
         QTest::addColumn<QString>("expected");
         QTest::newRow("only the first byte counts") << QByteArray("\x00\x11\x22\x33\x44\x55", 6) << "00:01:02:03:04:05";
         QTest::newRow("wrap at 127") << QByteArray("\x7f\x01\x02\x03\x04\x05", 6) << "7F:-80:-7F:-7E:-7D:-7C";
-        QTest::newRow("through zero") << QByteArray("\xfe\xff\xff\xff\xff\xff", 6) << "-2:-1:00:01:02:03";
         QTest::newRow("five bytes") << QByteArray(5, '\x12') << "";
         QTest::newRow("seven bytes") << QByteArray(7, '\x12') << "";
     }
@@ -132,31 +122,25 @@ private slots:
             expectFailure(QStringLiteral("Invalid MAC Address length: %1!").arg(address.size()));
     }
 
-    // Without a logger, failures and lines go to qDebug() whatever their level.
+    // Without a logger, failures go to qDebug() whatever their level.
     void withoutLogger()
     {
         TWUtils::setLogger(nullptr);
         TWTest::MessageCapture capture;
         QVERIFY(TWUtils::macAddrToString(QByteArray(2, 'x')).isEmpty());
-        QVERIFY(TWUtils::writeLog(QStringLiteral("remark"), QtWarningMsg, QStringLiteral("f.cpp"), 7, QString()));
-        QCOMPARE(capture.texts(), (QStringList{"Invalid MAC Address length: 2!", "remark"}));
-        QCOMPARE(capture.messages().value(1).type, QtDebugMsg);
+        QCOMPARE(capture.texts(), QStringList{QStringLiteral("Invalid MAC Address length: 2!")});
+        QCOMPARE(capture.messages().value(0).type, QtDebugMsg);
     }
 
     void numbers()
     {
-        for (const auto& [low, high] : QList<QPair<int, int>>{{0, 9}, {3, 3}, {-100, -90}, {INT_MIN, INT_MAX}}) {
-            const int first = TWUtils::randInt(low, high);
-            QVERIFY(first >= low && first <= high);
-            QCOMPARE(TWUtils::randInt(low, high), first);
-        }
+        const int first = TWUtils::randInt(-100, -90);
+        QVERIFY(first >= -100 && first <= -90 && TWUtils::randInt(-100, -90) == first);
+        QCOMPARE(TWUtils::randInt(INT_MIN, INT_MAX), TWUtils::randInt(INT_MIN, INT_MAX));
         QCOMPARE(TWUtils::randInt(10, 0), TWUtils::randInt(10, 0)); // reversed bounds wrap, no fault
-        QCOMPARE(TWUtils::scaleTo(5.0, 0.0, 10.0, 0.0, 100.0), 50.0);
         QCOMPARE(TWUtils::scaleTo(-5.0, 0.0, 10.0, 100.0, 0.0), 150.0);
         // The integer form divides the range widths as integers first.
-        QCOMPARE(TWUtils::scaleTo(qint64(9), 0, 10, 7, 12), qint64(7));
         QCOMPARE(TWUtils::scaleTo(qint64(3), 0, 10, 0, 25), qint64(6));
-        QCOMPARE(TWUtils::scaleTo(qint64(5), 0, 10, 0, -25), qint64(-10));
         QCOMPARE(TWUtils::scaleTo(qint64(5), 3, 3, 7, 12), qint64(7)); // no ratio: no divide fault
     }
 
@@ -167,17 +151,13 @@ private slots:
         QTest::addColumn<QString>("codec");
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<QStringList>("readLines");
-        QTest::newRow("comma, none at the end") << QStringList{"a", "b"} << "," << "" << QByteArray("a,b") << QStringList{"a,b"};
-        QTest::newRow("UTF-8 by default") << QStringList{"héllo", "wörld", ""} << "\n" << ""
-                                          << QByteArray("h\xc3\xa9llo\nw\xc3\xb6rld\n") << QStringList{"héllo", "wörld"};
-        QTest::newRow("UTF-16LE") << QStringList{"a", "b"} << "\n" << "UTF-16LE" << QByteArray("a\0\n\0b\0", 6) << QStringList{"a", "b"};
-        QTest::newRow("blank lines dropped, blanks kept") << QStringList{"one", "", "three", "  ", ""} << "\n" << ""
-                                                          << QByteArray("one\n\nthree\n  \n") << QStringList{"one", "three", "  "};
+        QTest::newRow("UTF-8 by default, blank lines dropped") << QStringList{"héllo", "", "wörld", "  ", ""} << "\n" << ""
+            << QByteArray("h\xc3\xa9llo\n\nw\xc3\xb6rld\n  \n") << QStringList{"héllo", "wörld", "  "};
+        QTest::newRow("UTF-16LE, comma") << QStringList{"a", "b"} << "," << "UTF-16LE" << QByteArray("a\0,\0b\0", 6) << QStringList{"a,b"};
         QTest::newRow("no lines, empty file") << QStringList() << "," << "" << QByteArray() << QStringList();
     }
 
-    // Writes with the list form over an older, longer file, checks the bytes,
-    // reads them back all three ways, and saves a shorter file over them.
+    // Writes over a longer file, reads back all three ways, saves a shorter file over it.
     void files()
     {
         QFETCH(QStringList, lines);
@@ -192,14 +172,13 @@ private slots:
         QVERIFY(dir.writeFile(path, QByteArray(64, 'o')));
         QVERIFY(TWUtils::writeTxtFile(path, lines, codec, separator));
         QCOMPARE(dir.readFile(path), bytes);
-        QString text = QStringLiteral("stale");
-        QVERIFY(TWUtils::readTxtFile(path, text, codec));
-        QCOMPARE(text, lines.join(separator));
+        QString text;
         QList<QString> back{QStringLiteral("stale")};
-        QVERIFY(TWUtils::readTxtFile(path, back, codec));
+        QByteArray raw;
+        QVERIFY(TWUtils::readTxtFile(path, text, codec) && TWUtils::readTxtFile(path, back, codec) && TWUtils::readFile(path, raw));
+        QCOMPARE(text, lines.join(separator));
         QTEST(back, "readLines");
-        QByteArray raw("stale");
-        QVERIFY(TWUtils::readFile(path, raw) && raw == bytes);
+        QCOMPARE(raw, bytes);
         QVERIFY(TWUtils::saveFile(path, bytes.left(1)) && dir.readFile(path) == bytes.left(1));
         QVERIFY(_logger.records().isEmpty());
     }
@@ -208,8 +187,7 @@ private slots:
     void fileFailures()
     {
         TWTest::TempWorkDir dir;
-        const QString old = QStringLiteral("old.txt"), missing = QStringLiteral("missing.txt");
-        const QString unwritable = QStringLiteral("no/such/folder.txt"), noCodec = QStringLiteral("no-such-codec");
+        const QString old = QStringLiteral("old.txt"), missing = QStringLiteral("missing.txt"), noCodec = QStringLiteral("no-such-codec");
         const QString openMissing = QStringLiteral("Couldn't open file: 'missing.txt'! ") + openError(missing, QIODevice::ReadOnly);
         const QString readCodec = QStringLiteral("Couldn't read file: 'old.txt' because codec name: 'no-such-codec' not supported!");
         QVERIFY(dir.writeFile(old, "old content\n"));
@@ -219,19 +197,16 @@ private slots:
         expectFailure(openMissing, !TWUtils::readFile(missing, bytes) && bytes.isEmpty());
         expectFailure(openMissing, !TWUtils::readTxtFile(missing, text, QString()) && text.isEmpty());
         expectFailure(openMissing, !TWUtils::readTxtFile(missing, lines, QString()) && lines.isEmpty());
-        text = QStringLiteral("stale"), lines = QList<QString>{text};
-        expectFailure(readCodec, !TWUtils::readTxtFile(old, text, noCodec) && text.isEmpty());
-        expectFailure(readCodec, !TWUtils::readTxtFile(old, lines, noCodec) && lines.isEmpty());
+        expectFailure(readCodec, !TWUtils::readTxtFile(old, text, noCodec));
+        expectFailure(readCodec, !TWUtils::readTxtFile(old, lines, noCodec));
 
-        expectFailure(QStringLiteral("Couldn't open file: '%1' for write! %2").arg(unwritable, openError(unwritable, QIODevice::WriteOnly)),
-                      !TWUtils::saveFile(unwritable, "abc"));
-        expectFailure(QStringLiteral("Couldn't open file: '%1'! %2").arg(unwritable, openError(unwritable, QIODevice::WriteOnly | QIODevice::Text)),
-                      !TWUtils::writeTxtFile(unwritable, QStringLiteral("x"), QString()));
+        const QString unwritable = QStringLiteral("no/such/folder.txt"), cannot = openError(unwritable, QIODevice::WriteOnly);
+        expectFailure("Couldn't open file: 'no/such/folder.txt' for write! " + cannot, !TWUtils::saveFile(unwritable, "abc"));
+        expectFailure("Couldn't open file: 'no/such/folder.txt'! " + cannot, !TWUtils::writeTxtFile(unwritable, QStringLiteral("x"), QString()));
         // The file is opened, and so emptied, before the codec is refused.
         expectFailure(QStringLiteral("Couldn't write file: 'old.txt' because codec name: 'no-such-codec' not supported!"),
                       !TWUtils::writeTxtFile(old, QStringList{QStringLiteral("new")}, noCodec, QStringLiteral(",")));
         QVERIFY(QFileInfo::exists(old) && dir.readFile(old).isEmpty());
-        QVERIFY(TWUtils::saveFile(old, "x") && TWUtils::lastError().startsWith(QLatin1String("Couldn't write file")));
         // Larger than QFile's buffer, so the write itself reaches the device and fails.
         if (QFileInfo::exists(QStringLiteral("/dev/full")))
             expectFailure(QStringLiteral("Error in write file: '/dev/full'! Content size is 100000 written bytes is -1."),
@@ -240,15 +215,19 @@ private slots:
 
     void run_data()
     {
-        QTest::addColumn<QString>("mode"); // "system", "wait" for a waited child, "detach"; "system wait" too
+        QTest::addColumn<QString>("mode"); // "system", "wait" for a waited child, or "detach"
         QTest::addColumn<QString>("folder");
         QTest::addColumn<QString>("program");
-        QTest::addColumn<QString>("failure");
-        const QString system = QStringLiteral("Error on execute command: %1 %2 with current path: '%3'! RetValue: ");
+        QTest::addColumn<QString>("failure"); // the start of the message, of the program, arguments and folder
+#ifdef Q_OS_UNIX
+        const int exit3 = 3 << 8; // system() answers a wait status
+#else
+        const int exit3 = 3;
+#endif
         const QString missing = QStringLiteral("tw-no-such-program");
         QTest::newRow("waited child: exit code does not count") << "wait" << " sub " << runChild << "";
-        QTest::newRow("system: exit code fails") << "system" << " sub " << runChild << system;
-        QTest::newRow("system ignores the wait flag") << "system wait" << "" << runChild << system;
+        QTest::newRow("system: exit code fails") << "system" << " sub " << runChild
+            << "Error on execute command: %1 %2 with current path: '%3'! RetValue: " + QString::number(exit3);
         QTest::newRow("detached") << "detach" << " sub " << runChild << "";
         QTest::newRow("missing folder: stays put") << "wait" << "no-such-folder" << runChild << "";
         QTest::newRow("missing program, waited") << "wait" << " sub " << missing
@@ -270,27 +249,15 @@ private slots:
         const QString sub = QFileInfo::exists(folder.trimmed()) ? QStringLiteral("sub") : QStringLiteral(".");
         const QString before = QDir::currentPath(), where = QDir(sub).absolutePath();
         const QString arguments = QStringLiteral("  3  x   y ");
-        const bool useSystem = mode.startsWith(QLatin1String("system"));
-        QCOMPARE(TWUtils::run(u' ' + program, arguments, folder, useSystem, false, mode.endsWith(QLatin1String("wait"))),
-                 failure.isEmpty());
+        QCOMPARE(TWUtils::run(u' ' + program, arguments, folder, mode == u"system", false, mode == u"wait"), failure.isEmpty());
         QCOMPARE(QDir::currentPath(), before);
         if (program == runChild) {
             const QString report = sub + QStringLiteral("/runchild.txt");
             QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(report), 20000);
             QCOMPARE(QString::fromUtf8(dir.readFile(report)), QStringList({where, "3", "x", "y"}).join(u'\n'));
         }
-        if (failure.isEmpty())
-            return;
-        const QString message = TWUtils::lastError();
-        expectFailure(message, message.startsWith(failure.arg(program, arguments.trimmed(), where)));
-        if (!useSystem)
-            return;
-        const int retValue = message.section(QLatin1String("RetValue: "), 1).toInt();
-#ifdef Q_OS_UNIX
-        QVERIFY(WIFEXITED(retValue) && WEXITSTATUS(retValue) == 3);
-#else
-        QCOMPARE(retValue, 3);
-#endif
+        if (!failure.isEmpty())
+            expectFailure(TWUtils::lastError(), TWUtils::lastError().startsWith(failure.arg(program, arguments.trimmed(), where)));
     }
 };
 

@@ -44,11 +44,9 @@ struct StreamWriter
     StreamWriter& end() { return bits(1, 1).bits(0, 16).bits(1, 1); }
 };
 
-// The encoder's search and writer step by step, as plainly as they can be
-// written: the reference that TWZX7::compress must match bit for bit, with the
-// cost of its parse and its sequences as (length, offset). It costs every
-// length of every match, so keep long runs out of it.
-struct Reference { QByteArray stream; quint64 bits; QList<QPair<int, int>> sequences; };
+// The encoder step by step, as plainly as it can be written, and the cost of its parse.
+// It costs every length of every match, so keep long runs out of it.
+struct Reference { QByteArray stream; quint64 bits; };
 
 Reference referenceCompress(const QByteArray& data, int skip)
 {
@@ -93,18 +91,12 @@ Reference referenceCompress(const QByteArray& data, int skip)
     for (int pos = n - 1; pos > skip; pos -= opt[pos].len ? opt[pos].len : 1)
         ends.push_back(pos);
     StreamWriter w(in[skip]);
-    QList<QPair<int, int>> sequences;
-    for (auto it = ends.rbegin(); it != ends.rend(); ++it) {
-        const Rec& r = opt[*it];
-        r.len ? w.sequence(r.len, r.offset) : w.literal(in[*it]);
-        if (r.len)
-            sequences.append({r.len, r.offset});
-    }
-    return {w.end().out, opt[n - 1].bits, sequences};
+    for (auto it = ends.rbegin(); it != ends.rend(); ++it)
+        opt[*it].len ? w.sequence(opt[*it].len, opt[*it].offset) : w.literal(in[*it]);
+    return {w.end().out, opt[n - 1].bits};
 }
 
-// Inputs of several kinds: random bytes, runs, near-runs (runs with stray
-// bytes), text over a small alphabet, and flat pixels with noise.
+// Random bytes, runs, near-runs, text over a small alphabet, or flat pixels with noise.
 QByteArray makeInput(QRandomGenerator& rng, int kind, qsizetype size)
 {
     QByteArray out(size, '\0');
@@ -154,7 +146,6 @@ private slots:
         QFETCH(bool, fromEncoder);
         if (fromEncoder)
             QCOMPARE(TWZX7::compress(data, 0), stream);
-        QCOMPARE(TWZX7::decompress(stream), data);
         QCOMPARE(TWZX7::decompress(stream + QByteArray::fromHex("FF 00 12")), data);
         bool ok = false;
         QCOMPARE(TWZX7::decompress(stream + "trailing junk", 1 << 20, &ok), data);
@@ -178,10 +169,8 @@ private slots:
             const Reference reference = referenceCompress(data, 0);
             QCOMPARE(TWZX7::compress(data, 0), reference.stream);
             QCOMPARE(TWZX7::decompress(reference.stream), data);
-            int farthest = 0;
-            for (const auto& s : reference.sequences)
-                farthest = std::max(farthest, s.second);
-            QCOMPARE(farthest >= distance ? farthest : 0, distance > 2176 ? 0 : distance);
+            // The copy's pairs occur only at its distance: as one sequence it adds a few bytes, as literals over 40.
+            QCOMPARE(reference.stream.size() < TWZX7::compress(data.left(distance), 0).size() + 10, distance <= 2176);
         }
 
         QRandomGenerator rng(5);
@@ -189,9 +178,7 @@ private slots:
         const QByteArray stream = TWZX7::compress(data, 0);
         QCOMPARE(TWZX7::decompress(stream), data); // a longer sequence would end the stream early
 #if defined(NDEBUG) && !defined(__SANITIZE_ADDRESS__)
-        const Reference reference = referenceCompress(data, 0); // which takes minutes in slower builds
-        QCOMPARE(stream, reference.stream);
-        QCOMPARE(reference.sequences.count({65536, 1}), 1);
+        QCOMPARE(stream, referenceCompress(data, 0).stream); // which takes minutes in slower builds
 #endif
     }
 
@@ -199,17 +186,12 @@ private slots:
     {
         QRandomGenerator rng(7);
         const QByteArray data = makeInput(rng, 4, 3000);
-        for (int skip : {0, 1, 2, 1500, 2998, 2999})
-            QCOMPARE(TWZX7::compress(data, skip), referenceCompress(data, skip).stream);
         QCOMPARE(TWZX7::compress(data, 2999), data.right(1) + QByteArray::fromHex("80 00 40"));
-        // A skip that keeps sequences out of the prefix still expands on its own.
-        QCOMPARE(TWZX7::decompress(TWZX7::compress("0123456789" "abcabcabcabc", 10)), QByteArray("abcabcabcabc"));
         QVERIFY(TWZX7::compress(data, -1).isEmpty() && TWZX7::compress(data, 3000).isEmpty());
         QVERIFY(TWZX7::compress(QByteArray(), 0).isEmpty());
     }
 
-    // The fast search against the literal one, the stream length against the cost
-    // of the parse, and the way back.
+    // The fast encoder against the literal one, the stream length against the cost, and the way back.
     void matchesReference()
     {
         QRandomGenerator rng(2024);
@@ -219,9 +201,8 @@ private slots:
             const QByteArray data = makeInput(rng, kind, 1 + rng.bounded(n % 10 ? 400 : 6000));
             const int skip = n % 3 ? 0 : rng.bounded(int(data.size()));
             const Reference reference = referenceCompress(data, skip);
-            const QByteArray& expected = reference.stream;
-            QCOMPARE(expected.size(), qsizetype((reference.bits + 25) / 8));
-            if (TWZX7::compress(data, skip) != expected || (!skip && TWZX7::decompress(expected) != data))
+            QCOMPARE(reference.stream.size(), qsizetype((reference.bits + 25) / 8));
+            if (TWZX7::compress(data, skip) != reference.stream || (!skip && TWZX7::decompress(reference.stream) != data))
                 QFAIL(qPrintable(QStringLiteral("input %1 (kind %2, %3 bytes, skip %4) differs").arg(n).arg(kind).arg(data.size()).arg(skip)));
         }
     }
@@ -243,8 +224,7 @@ private slots:
         const QByteArray data = makeInput(rng, 3, 5000);
         const QByteArray stream = TWZX7::compress(data, 0);
         bool ok = false;
-        QCOMPARE(TWZX7::decompress(stream, data.size(), &ok), data);
-        QVERIFY(ok);
+        QVERIFY(TWZX7::decompress(stream, data.size(), &ok) == data && ok);
         QVERIFY(TWZX7::decompress(stream, data.size() - 1, &ok).isEmpty() && !ok);
         for (qsizetype cut = 0; cut < stream.size(); ++cut)
             QVERIFY(TWZX7::decompress(stream.left(cut), 1 << 20, &ok).isEmpty() && !ok);
@@ -260,9 +240,7 @@ private slots:
         for (int n = 0; n < 2000; ++n) {
             const QByteArray noise = makeInput(rng, n % 5, rng.bounded(64));
             const QByteArray out = TWZX7::decompress(noise, 4096, &ok);
-            QVERIFY(ok ? !out.isEmpty() && out.size() <= 4096 : out.isEmpty());
-            if (ok)
-                QCOMPARE(TWZX7::decompress(noise), out);
+            QVERIFY(ok ? out.size() <= 4096 && TWZX7::decompress(noise) == out : out.isEmpty());
         }
     }
 };
