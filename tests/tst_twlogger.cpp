@@ -157,7 +157,6 @@ void TstTWLogger::levelsAndFiltering()
     QVERIFY(lines.last().mid(22).startsWith(word + QStringLiteral(" - second ")));
 
     logger->removeAcceptedLogLevel(level);
-    QVERIFY(!logger->acceptedLogLevelList().contains(level));
     QVERIFY(log(*logger, QStringLiteral("third"), QtMsgType(level)));
     QCOMPARE(linesOf(dir, QStringLiteral("twoutput_0000.log")).size(), lines.size());
 }
@@ -348,8 +347,6 @@ void TstTWLogger::settersReopenOrClose()
     // Location setters close; the next line opens the newest file at the new place.
     QDir(dir.path()).mkdir(QStringLiteral("sub"));
     logger->setFile(dir.filePath(QStringLiteral("sub/app.txt")));
-    QCOMPARE(logger->filePath(), dir.filePath(QStringLiteral("sub")));
-    QCOMPARE(logger->fileName(), QStringLiteral("app.txt"));
     QCOMPARE(logger->file(), dir.filePath(QStringLiteral("sub/app.txt")));
     QVERIFY(log(*logger, QStringLiteral("moved")));
     QVERIFY(dir.readFile(QStringLiteral("sub/app_0000.txt")).contains("moved"));

