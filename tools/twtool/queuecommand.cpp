@@ -15,16 +15,6 @@ namespace {
 
 const QString Command = QStringLiteral("queue");
 
-class TextItem : public TWQueueItemIface
-{
-public:
-    explicit TextItem(const QString& text) : _text(text) {}
-    QString serialize() override { return _text; }
-
-private:
-    QString _text;
-};
-
 // Every command opens the queue without a memory bound: its start then reads
 // every cache file into memory, and its end writes every record back, so
 // nothing is left in the read-ahead batch that a bounded queue would lose.

@@ -24,16 +24,6 @@
 
 namespace {
 
-class TextItem : public TWQueueItemIface
-{
-public:
-    explicit TextItem(const QString& text) : _text(text) {}
-    QString serialize() override { return _text; }
-
-private:
-    QString _text;
-};
-
 // What the consumers of one phase saw, shared between them.
 struct Tally
 {

@@ -1,10 +1,23 @@
 #ifndef TWTOOL_QUEUEDEMO_H
 #define TWTOOL_QUEUEDEMO_H
 
+#include <twinterfaces.h>
+
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
 #include <functional>
+
+/*! A queue item that is a fixed text. */
+class TextItem : public TWQueueItemIface
+{
+public:
+    explicit TextItem(const QString& text) : _text(text) {}
+    QString serialize() override { return _text; }
+
+private:
+    QString _text;
+};
 
 /*! What the queue demo moves, and where. */
 struct QueueScenario
