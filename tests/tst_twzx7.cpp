@@ -218,6 +218,32 @@ private slots:
         }
     }
 
+    // Every short offset with every length, in the middle of a long stream,
+    // against a byte-by-byte copy; and output limits at and just below the size.
+    void shortPatterns()
+    {
+        StreamWriter w('a');
+        QByteArray expected("a");
+        for (int k = 1; k < 20; ++k) {
+            w.literal('a' + k);
+            expected.append(char('a' + k));
+        }
+        for (int offset = 1; offset <= 17; ++offset) {
+            for (int len = 2; len <= 40; ++len) {
+                w.sequence(len, offset);
+                for (int k = 0; k < len; ++k)
+                    expected.append(expected.at(expected.size() - offset));
+                w.literal(len);
+                expected.append(char(len));
+            }
+        }
+        const QByteArray stream = w.end().out;
+        QCOMPARE(TWZX7::decompress(stream), expected);
+        bool ok = false;
+        for (qsizetype limit = expected.size() - 40; limit <= expected.size(); ++limit)
+            QCOMPARE(TWZX7::decompress(stream, limit, &ok).size(), limit == expected.size() ? limit : 0);
+    }
+
     void boundedDecoderOnDamagedStreams()
     {
         QRandomGenerator rng(11);

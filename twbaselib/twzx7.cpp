@@ -17,12 +17,15 @@ constexpr qsizetype MaxLength = 0x10000; // longest sequence
 constexpr qsizetype MaxInput = 0xFFFFFFFF; // positions are kept in 32 bits
 
 /*
- * The output of a decoder: a QByteArray written through a raw pointer and grown
- * by doubling, so that a byte costs a store and a compare. The pointer and the
- * counts are plain locals of the decoder (nothing takes their address), so that
- * the compiler keeps them in registers across the byte stores. Growing may
- * throw std::bad_alloc; the decoders turn that into an empty result.
+ * The output of a decoder: a QByteArray written through a raw pointer. The
+ * array always holds Slack bytes more than `capacity`, so that short copies
+ * can store whole words past the bytes they produce instead of counting them;
+ * the extra bytes are cut off at the end. capacity never exceeds the caller's
+ * limit. Growing may throw std::bad_alloc; the decoders turn that into an
+ * empty result.
  */
+constexpr qsizetype Slack = 32;
+
 struct Output
 {
     char* p;
@@ -30,36 +33,32 @@ struct Output
     qsizetype capacity;
 };
 
-Q_NEVER_INLINE Output grow(QByteArray& buffer, Output out, qsizetype more, qsizetype maxCapacity)
+// Room for `more` bytes past size, as far as the limit allows; at least doubles.
+Q_NEVER_INLINE Output grow(QByteArray& buffer, Output out, qsizetype more, qsizetype limit)
 {
-    out.capacity = std::max(std::min(out.capacity * 2, maxCapacity), out.size + more);
-    buffer.resize(out.capacity);
-    out.p = buffer.data();
+    const qsizetype capacity = std::min(std::max(out.capacity * 2, out.size + more), limit);
+    if (capacity > out.capacity) {
+        buffer.resize(capacity + Slack);
+        out.p = buffer.data();
+        out.capacity = capacity;
+    }
     return out;
 }
 
 Output start(QByteArray& buffer, qsizetype capacity)
 {
-    buffer.resize(capacity);
+    buffer.resize(capacity + Slack);
     return {buffer.data(), 0, capacity};
 }
 
 // Copies len bytes from offset bytes back. The source may run into the bytes
 // that this copy writes, as if they were copied one at a time front to back: a
 // short pattern then repeats (offset 1 repeats the last byte). Long repeats are
-// built by doubling what is already written. room is the space from dst to the
-// end of the buffer; a short copy may scribble past len into it.
-inline void copyBack(char* dst, qsizetype offset, qsizetype len, qsizetype room)
+// built by doubling what is already written.
+inline void copyBack(char* dst, qsizetype offset, qsizetype len)
 {
     const char* src = dst - offset;
-    if (len <= 16 && offset >= 8 && room >= 16) {
-        // Two moves of 8 bytes: each reads only bytes written before it.
-        std::memcpy(dst, src, 8);
-        std::memcpy(dst + 8, src + 8, 8);
-    } else if (len <= 16) {
-        for (qsizetype k = 0; k < len; ++k)
-            dst[k] = src[k];
-    } else if (offset >= len) {
+    if (offset >= len) {
         std::memcpy(dst, src, size_t(len));
     } else if (offset == 1) {
         std::memset(dst, *src, size_t(len));
@@ -71,6 +70,32 @@ inline void copyBack(char* dst, qsizetype offset, qsizetype len, qsizetype room)
             done += chunk;
         }
     }
+}
+
+// The same for a sequence of at most 16 bytes, done by storing 16 bytes (the
+// caller has room for them).
+Q_ALWAYS_INLINE void copyShort(char* dst, qsizetype offset)
+{
+    const char* src = dst - offset;
+    if (Q_LIKELY(offset >= 8)) {
+        // Each move reads only bytes written before it.
+        std::memcpy(dst, src, 8);
+        std::memcpy(dst + 8, src + 8, 8);
+        return;
+    }
+    // A pattern shorter than 8 bytes. Its first four bytes go one at a time,
+    // so that a pattern shorter than four repeats; then each further block is
+    // copied from the nearest earlier place with the same phase that lies
+    // wholly in bytes already written: a multiple of the offset, at least 4
+    // (then 8) bytes back.
+    static constexpr qint8 back4[8] = {0, 4, 4, 6, 4, 5, 6, 7};
+    static constexpr qint8 back8[8] = {0, 8, 8, 9, 8, 10, 12, 14};
+    dst[0] = src[0];
+    dst[1] = src[1];
+    dst[2] = src[2];
+    dst[3] = src[3];
+    std::memcpy(dst + 4, dst + 4 - back4[offset], 4);
+    std::memcpy(dst + 8, dst + 8 - back8[offset], 8);
 }
 
 /*
@@ -86,70 +111,15 @@ struct ReaderState
 };
 
 /*
- * Fast reads, shared by both decoders. They take the same bits as the bit
- * readers and leave the state as those would, but read ahead without checks,
- * so they are used only while FastMargin bytes of input remain, which covers
- * the longest token.
+ * The fast loop reads ahead without checks, so it runs only while FastMargin
+ * bytes of input remain: one pass reads fewer than 24 bytes past its start.
  */
-constexpr quint64 FastMargin = 16;
+constexpr quint64 FastMargin = 32;
 
-// The next flag bit.
-Q_ALWAYS_INLINE int fastFlag(const uchar* data, ReaderState& st)
+// A mask of the top `bits` bits of a word, 0 to 63 of them.
+Q_ALWAYS_INLINE quint64 topBits(int bits)
 {
-    st.bitMask >>= 1;
-    if (st.bitMask == 0) {
-        st.bitMask = 128;
-        st.bitValue = data[st.index++];
-    }
-    return st.bitValue & st.bitMask;
-}
-
-// After a 0 flag bit: how many 0 bits stand from the mask down in the flag
-// byte, the one just read included. Each is a literal, and their bytes follow
-// each other in the input.
-Q_ALWAYS_INLINE int literalRun(const ReaderState& st)
-{
-    const int rest = st.bitValue & (2 * st.bitMask - 1);
-    const int top = int(qCountTrailingZeroBits(quint32(st.bitMask)));
-    return rest ? top - (31 - int(qCountLeadingZeroBits(quint32(rest)))) : top + 1;
-}
-
-// The next 64 flag bits: the unread rest of the flag byte, then the bytes that
-// follow in the input. Within a gamma code or the bits of an offset no stream
-// byte comes between, so these are the flag bits to come.
-Q_ALWAYS_INLINE quint64 bitWindow(const uchar* data, const ReaderState& st, int& left)
-{
-    left = int(qCountTrailingZeroBits(quint32(st.bitMask)));
-    const quint64 ahead = qFromBigEndian<quint64>(data + st.index);
-    return left ? (quint64(st.bitValue & (st.bitMask - 1)) << (64 - left)) | (ahead >> left) : ahead;
-}
-
-// Consumes `used` bits of a window taken with `left` unread bits.
-Q_ALWAYS_INLINE void skipBits(const uchar* data, ReaderState& st, int left, int used)
-{
-    if (used <= left) {
-        st.bitMask >>= used;
-        return;
-    }
-    const int fresh = used - left; // bits taken from bytes not fetched yet
-    const int bytes = (fresh + 7) / 8;
-    st.index += quint64(bytes);
-    st.bitValue = data[st.index - 1];
-    st.bitMask = 1 << (8 * bytes - fresh);
-}
-
-// A gamma code read at once; 0, with nothing read, for a code with more than 15
-// leading zeros (the end marker), which is left to the bit reader.
-Q_ALWAYS_INLINE int fastGamma(const uchar* data, ReaderState& st)
-{
-    int left;
-    const quint64 window = bitWindow(data, st, left);
-    const int zeros = int(qCountLeadingZeroBits(window));
-    if (zeros > 15)
-        return 0;
-    const int used = 2 * zeros + 1;
-    skipBits(data, st, left, used);
-    return int(window >> (64 - used));
+    return ~(~quint64(0) >> bits);
 }
 
 // A first guess at the expanded size: ZX7 rarely does better than 4:1 on real data.
@@ -160,72 +130,189 @@ qsizetype initialOutputSize(qsizetype inputSize, qsizetype limit)
 }
 
 /*
- * The tokens after the first byte, up to the end marker. Slow reads the bits
- * near the end of the input, where the fast reads may not run: bit(), byte(),
- * gamma() (-1 for the end marker, -2 for a read past the end), offset() and
- * overrun(). Answers true at the end marker, false when the stream reaches
- * before the start of the data, past `limit` bytes or past the end of the
- * input.
+ * The tokens after the first byte, up to the end of the input less
+ * FastMargin bytes, or up to a gamma code of more than 15 zeros. Answers
+ * Tail or Marker with the state handed back in `st` and `out` (for Marker, the
+ * 1 flag bit in front of the zeros has been read), or Failed when the stream
+ * reaches before the start of the data or past `limit` bytes.
+ *
+ * The flag bits not yet handed out are kept at the top of a word (`hold`,
+ * `left` of them; the bits below are 0). One pass of the loop decodes a run of
+ * literals and the sequence that ends it with few branches: the run is the
+ * count of 0 bits before the next 1 bit of the flag byte, and the bits of a
+ * gamma code or of a far offset come from a 64-bit window, since no stream
+ * byte stands between them (the next flag bytes follow in the input). The
+ * state lives in locals of a function of its own, so that it stays in
+ * registers.
+ */
+enum class FastEnd { Tail, Marker, Failed };
+
+Q_NEVER_INLINE FastEnd fastTokens(const uchar* data, quint64 size, ReaderState& st, QByteArray& buffer,
+                                  Output& out, qsizetype limit)
+{
+    quint64 index = st.index;
+    int left = st.bitMask ? int(qCountTrailingZeroBits(quint32(st.bitMask))) : 0;
+    quint64 hold = left ? quint64(st.bitValue & (st.bitMask - 1)) << (64 - left) : 0;
+    char* p = out.p;
+    qsizetype n = out.size;
+    qsizetype capacity = out.capacity;
+    FastEnd end = FastEnd::Tail;
+
+    // Consumes `used` bits of a window that started with the `left` held bits.
+    const auto consume = [&](quint64 window, int used) {
+        const int bytes = (used - left + 7) >> 3;
+        index += quint64(bytes);
+        left += 8 * bytes - used;
+        hold = (window << used) & topBits(left);
+    };
+
+    while (index + FastMargin <= size) {
+        // One pass writes at most 24 bytes (8 literals and a short sequence).
+        if (Q_UNLIKELY(capacity - n < 24)) {
+            out = grow(buffer, {p, n, capacity}, 24, limit);
+            p = out.p;
+            capacity = out.capacity;
+        }
+        // A used-up flag byte is followed by the next one (hold is 0 then).
+        if (left == 0) {
+            hold = quint64(data[index++]) << 56;
+            left = 8;
+            if (hold == 0) {
+                // Eight literals, as in data that does not compress: taken
+                // apart from the general case so that the next pass does not
+                // wait for a count of zeros.
+                if (Q_UNLIKELY(limit - n < 8)) {
+                    end = FastEnd::Failed;
+                    break;
+                }
+                std::memcpy(p + n, data + index, 8);
+                index += 8;
+                n += 8;
+                left = 0;
+                continue;
+            }
+        }
+
+        // Literals up to the next 1 bit; their bytes follow each other.
+        const int run = std::min(int(qCountLeadingZeroBits(hold | 1)), left);
+        if (Q_UNLIKELY(run > limit - n)) {
+            end = FastEnd::Failed;
+            break;
+        }
+        std::memcpy(p + n, data + index, 8);
+        index += quint64(run);
+        n += run;
+        hold <<= run;
+        left -= run;
+        if (left == 0)
+            continue;
+
+        // A sequence: its 1 flag bit, then the gamma code of length minus 1.
+        const quint64 window = hold | (qFromBigEndian<quint64>(data + index) >> left);
+        const int zeros = int(qCountLeadingZeroBits((window << 1) | 1));
+        if (Q_UNLIKELY(zeros > 15)) {
+            hold <<= 1;
+            --left;
+            end = FastEnd::Marker;
+            break;
+        }
+        // Length 2 is by far the commonest where data compresses poorly; a
+        // branch on it lets the processor run ahead without waiting for the
+        // count of zeros, which measured faster than the general formula.
+        int len = 2;
+        if (zeros == 0) {
+            consume(window, 2);
+        } else {
+            len = int((window << 1) >> (63 - 2 * zeros)) + 1;
+            consume(window, 2 * zeros + 2);
+        }
+
+        // The offset: a stream byte, and four more flag bits when its top bit is set.
+        const int low = data[index++];
+        const int isFar = low >> 7;
+        const quint64 window2 = hold | (qFromBigEndian<quint64>(data + index) >> left);
+        consume(window2, 4 * isFar);
+        const int offset = (low & 127) + 1 + ((-isFar) & (128 + int(window2 >> 60) * 128));
+
+        // The format's own test allows an offset of twice the bytes produced;
+        // a source before the first byte is refused as well, so that nothing
+        // outside the output is ever read.
+        if (Q_UNLIKELY(offset > n || len > limit - n)) {
+            end = FastEnd::Failed;
+            break;
+        }
+        if (Q_LIKELY(len <= 16)) {
+            copyShort(p + n, offset);
+        } else {
+            if (len > capacity - n) {
+                out = grow(buffer, {p, n, capacity}, len, limit);
+                p = out.p;
+                capacity = out.capacity;
+            }
+            copyBack(p + n, offset, len);
+        }
+        n += len;
+    }
+
+    st.index = index;
+    st.bitMask = 1 << left;
+    st.bitValue = left ? int(hold >> (64 - left)) : 0;
+    out = {p, n, capacity};
+    return end;
+}
+
+/*
+ * The tokens after the first byte, up to the end marker. Answers true at the
+ * end marker, false when the stream reaches before the start of the data, past
+ * `limit` bytes or past the end of the input.
+ *
+ * Near the end of the input, and for the end marker, Slow reads the bits one
+ * at a time: bit(), byte(), gamma() (-1 for the end marker, -2 for a read past
+ * the end), offset() and overrun(), on the ReaderState that it shares with this
+ * function.
  */
 template <class Slow>
 Q_ALWAYS_INLINE bool decodeTokens(const uchar* data, quint64 size, ReaderState& st, Slow& slow,
                                   QByteArray& buffer, Output& out, qsizetype limit)
 {
+    switch (fastTokens(data, size, st, buffer, out, limit)) {
+    case FastEnd::Failed:
+        return false;
+    case FastEnd::Marker:
+        // More than 15 zeros can only end the stream; the bit reader counts
+        // them, and they may run past the window (or the input).
+        return slow.gamma() == -1;
+    case FastEnd::Tail:
+        break;
+    }
+
+    // The last bytes of the input, one bit at a time.
     for (;;) {
-        int len;
-        int offset;
-        if (st.index + FastMargin <= size) {
-            if (!fastFlag(data, st)) {
-                const int run = literalRun(st);
-                if (run > limit - out.size)
-                    return false;
-                if (out.capacity - out.size < 8)
-                    out = grow(buffer, out, 8, limit);
-                std::memcpy(out.p + out.size, data + st.index, 8);
-                st.index += quint64(run);
-                out.size += run;
-                st.bitMask >>= run - 1;
-                continue;
-            }
-            len = fastGamma(data, st);
-            if (len == 0 && (len = slow.gamma()) < 0)
-                return len == -1;
-            offset = data[st.index++];
-            if (offset >= 128) {
-                int high = 0;
-                for (int k = 0; k < 4; ++k)
-                    high = (high << 1) | (fastFlag(data, st) ? 1 : 0);
-                offset = ((high << 7) | (offset & 127)) + 128;
-            }
-        } else {
-            const int flag = slow.bit();
-            if (slow.overrun())
+        const int flag = slow.bit();
+        if (slow.overrun())
+            return false;
+        if (!flag) {
+            const int literal = slow.byte();
+            if (slow.overrun() || out.size >= limit)
                 return false;
-            if (!flag) {
-                const int literal = slow.byte();
-                if (slow.overrun() || out.size >= limit)
-                    return false;
-                if (out.size == out.capacity)
-                    out = grow(buffer, out, 1, limit);
-                out.p[out.size++] = char(literal);
-                continue;
-            }
-            if ((len = slow.gamma()) < 0)
-                return len == -1;
-            offset = slow.offset();
-            if (slow.overrun())
-                return false;
+            if (out.size >= out.capacity)
+                out = grow(buffer, out, 1, limit);
+            out.p[out.size++] = char(literal);
+            continue;
         }
+        int len = slow.gamma();
+        if (len < 0)
+            return len == -1;
+        int offset = slow.offset();
+        if (slow.overrun())
+            return false;
         ++len;
         ++offset;
-        // The format's own test allows an offset of twice the bytes produced;
-        // a source before the first byte is refused as well, so that nothing
-        // outside the output is ever read.
         if (offset > 2 * out.size || offset > out.size || len > limit - out.size)
             return false;
-        if (out.size + len > out.capacity)
+        if (len > out.capacity - out.size)
             out = grow(buffer, out, len, limit);
-        copyBack(out.p + out.size, offset, len, out.capacity - out.size);
+        copyBack(out.p + out.size, offset, len);
         out.size += len;
     }
 }
@@ -481,7 +568,7 @@ QByteArray TWZX7::decompress(const QByteArray& input, qsizetype maxOutputSize, b
         const uchar* data = reinterpret_cast<const uchar*>(input.constData());
         ReaderState st;
         CheckedReader slow{data, quint64(input.size()), st};
-        const qsizetype limit = std::max<qsizetype>(maxOutputSize, 0);
+        const qsizetype limit = qBound<qsizetype>(0, maxOutputSize, std::numeric_limits<qsizetype>::max() / 4);
         QByteArray buffer;
         Output out = start(buffer, initialOutputSize(input.size(), limit));
         const int first = slow.byte();
