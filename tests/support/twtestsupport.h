@@ -171,8 +171,7 @@ inline bool runThreads(int count, const std::function<void(int)>& body)
 
 struct ProcessResult
 {
-    bool started = false;
-    int exitCode = -1; // -1 when it crashed or never ended
+    int exitCode; // -1 when it did not start, crashed or never ended
     QByteArray out;
     QByteArray err;
 };
@@ -181,20 +180,21 @@ struct ProcessResult
 inline ProcessResult runProcess(const QString& program, const QStringList& arguments,
                                 const QString& workingDirectory = QString())
 {
-    ProcessResult result;
     QProcess process;
     process.setStandardInputFile(QProcess::nullDevice());
     process.setWorkingDirectory(workingDirectory);
     process.start(program, arguments);
-    result.started = process.waitForStarted(60000);
-    if (!result.started)
-        return result;
-    process.waitForFinished(60000);
-    result.out = process.readAllStandardOutput();
-    result.err = process.readAllStandardError();
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    return result;
+    const bool ended = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit;
+    return {ended ? process.exitCode() : -1, process.readAllStandardOutput(), process.readAllStandardError()};
 }
+
+#ifdef TWTOOL_PATH
+/*! Runs the built twtool in \a folder; \a arguments are split at blanks. */
+inline ProcessResult runTool(const QString& arguments, const QString& folder)
+{
+    return runProcess(QStringLiteral(TWTOOL_PATH), arguments.split(u' ', Qt::SkipEmptyParts), folder);
+}
+#endif
 
 /*! Path of a helper program built beside the tests. */
 inline QString helperPath(const QString& name)
