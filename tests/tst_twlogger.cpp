@@ -201,25 +201,20 @@ private slots:
         QTest::addColumn<QStringList>("existing");
         QTest::addColumn<QString>("continued");
         QTest::addColumn<QString>("rotated");
-        const QString base = QStringLiteral("twoutput.log");
-        QTest::newRow("empty folder") << base << QStringList() << "twoutput_0000.log" << "twoutput_0001.log";
-        QTest::newRow("0000 to 0007") << base
-            << QStringList{"twoutput_0000.log", "twoutput_0003.log", "twoutput_0007.log", "twoutput.log"}
-            << "twoutput_0007.log" << "twoutput_0008.log";
-        QTest::newRow("gap is not filled") << base << QStringList{"twoutput_0002.log", "twoutput_0009.log"}
-            << "twoutput_0009.log" << "twoutput_0010.log";
-        QTest::newRow("other base and suffix ignored") << base
-            << QStringList{"other_0005.log", "twoutput_0004.txt", "twoutputx_0009.log", "twoutput_0001.log"}
-            << "twoutput_0001.log" << "twoutput_0002.log";
-        QTest::newRow("base matches in any case") << base << QStringList{"TWOUTPUT_0003.log"}
-            << "twoutput_0003.log" << "twoutput_0004.log";
-        QTest::newRow("negative counter") << base << QStringList{"twoutput_-1.log"}
-            << "twoutput_0000.log" << "twoutput_0001.log";
-        QTest::newRow("text order beyond 9999") << base << QStringList{"twoutput_9999.log", "twoutput_10000.log"}
-            << "twoutput_9999.log" << "twoutput_10000.log";
-        QTest::newRow("several dots") << QStringLiteral("a.b.log") << QStringList{"a_0002.b.log", "a_0001.b.log"}
-            << "a_0002.b.log" << "a_0003.b.log";
-        QTest::newRow("no dot") << QStringLiteral("plain") << QStringList{"plain_0004."} << "plain_0004." << "plain_0005.";
+        const auto row = [](const char* name, const char* configured, const char* existing, const char* continued, const char* rotated) {
+            QTest::newRow(name) << QString::fromLatin1(configured) << QString::fromLatin1(existing).split(u' ', Qt::SkipEmptyParts)
+                                << QString::fromLatin1(continued) << QString::fromLatin1(rotated);
+        };
+        row("empty folder", "twoutput.log", "", "twoutput_0000.log", "twoutput_0001.log");
+        row("gaps are not filled", "twoutput.log", "twoutput_0000.log twoutput_0003.log twoutput_0009.log twoutput.log",
+            "twoutput_0009.log", "twoutput_0010.log");
+        row("other base and suffix ignored", "twoutput.log", "other_0005.log twoutput_0004.txt twoutputx_0009.log twoutput_0001.log",
+            "twoutput_0001.log", "twoutput_0002.log");
+        row("base matches in any case", "twoutput.log", "TWOUTPUT_0003.log", "twoutput_0003.log", "twoutput_0004.log");
+        row("negative counter", "twoutput.log", "twoutput_-1.log", "twoutput_0000.log", "twoutput_0001.log");
+        row("text order beyond 9999", "twoutput.log", "twoutput_9999.log twoutput_10000.log", "twoutput_9999.log", "twoutput_10000.log");
+        row("several dots", "a.b.log", "a_0002.b.log a_0001.b.log", "a_0002.b.log", "a_0003.b.log");
+        row("no dot", "plain", "plain_0004.", "plain_0004.", "plain_0005.");
     }
 
     void numberingAfterRestart()
