@@ -87,6 +87,8 @@ class TstTWQueue : public QObject
         queue->setLogger(&_logger);
         return queue;
     }
+    // The old queue ends, and writes its records, before the new one starts.
+    void reopen(Queue& queue, unsigned int bound, const QString& folder = QString()) { queue.reset(); queue = open(bound, folder); }
     QStringList cacheFiles() const { return _dir->files({QStringLiteral("*.cache")}); }
     // The data field of every line of every cache file, in name order.
     QStringList cachedData() const
@@ -167,8 +169,7 @@ private slots:
         pushAll(*queue, 1, 10);
         QCOMPARE(cacheFiles().size(), 1);
         QVERIFY(take(*queue).isEmpty());
-        queue.reset();
-        queue = open(3000000000u);
+        reopen(queue, 3000000000u);
         const QString first = take(*queue);
         QVERIFY(take(*queue).isEmpty());
         QVERIFY(queue->updateItem(first, true)); // the rest of the file comes one per removal
@@ -208,8 +209,7 @@ private slots:
         Queue queue = open(0);
         pushAll(*queue, 1, 3);
         const QString firstId = take(*queue); // handed out, never settled: it comes back as waiting
-        queue.reset();
-        queue = open(0);
+        reopen(queue, 0);
         QCOMPARE(cacheFiles(), QStringList()); // an unbounded queue reads every file at start
         QCOMPARE(take(*queue), firstId);
         queue->updateItem(firstId, true);
@@ -217,23 +217,20 @@ private slots:
 
         // Two queues on one folder: whichever starts first takes the files.
         pushAll(*queue, 1, 3);
-        queue.reset();
-        queue = open(0);
+        reopen(queue, 0);
         Queue second = open(0);
         QCOMPARE(drain(*second), QStringList());
         QCOMPARE(drain(*queue), numbers(1, 3));
 
         // A clean restart in the middle loses the read-ahead batch, and only that.
-        queue.reset();
-        queue = open(5);
+        reopen(queue, 5);
         pushAll(*queue, 1, 50); // 1-5 in memory, four files of ten, 46-50 waiting
         QCOMPARE(cacheFiles().size(), 4);
         const QString one = take(*queue), two = take(*queue);
         take(*queue); // 3 stays handed out
         QVERIFY(queue->updateItem(one, true)); // reads 6-15, moves 6 into memory
         QVERIFY(queue->updateItem(two, false));
-        queue.reset();
-        queue = open(0);
+        reopen(queue, 0);
         QStringList all = drain(*queue);
         all.sort();
         QStringList expected = numbers(2, 6) + numbers(16, 50); // 7-15 were read ahead
@@ -242,8 +239,7 @@ private slots:
 
         // A folder that cannot be made: the queue works in memory and reports on overflow.
         QVERIFY(_dir->writeFile(QStringLiteral("plainfile")));
-        queue.reset();
-        queue = open(1, _dir->filePath(QStringLiteral("plainfile/sub")));
+        reopen(queue, 1, _dir->filePath(QStringLiteral("plainfile/sub")));
         const QString error = QStringLiteral("Couldn't create cahce direcoty: '%1'!").arg(_dir->filePath(QStringLiteral("plainfile/sub")));
         QCOMPARE(queue->lastErrorStr(), error);
         pushAll(*queue, 1, 10);
@@ -402,8 +398,7 @@ private slots:
         }));
 
         // The last partial batch reaches memory only through a restart.
-        queue.reset();
-        queue = open(16);
+        reopen(queue, 16);
         QStringList all = drain(*queue);
         for (const QStringList& list : seen)
             all += list;
