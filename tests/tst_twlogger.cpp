@@ -12,8 +12,6 @@ using TW::TWLogger;
 
 namespace {
 
-const QString Sepa = QStringLiteral("\r\n");
-
 // A quiet logger writing into \a dir.
 std::unique_ptr<TWLogger> makeLogger(const QString& dir, const QString& fileName = QStringLiteral("twoutput.log"))
 {
@@ -30,7 +28,7 @@ bool log(TWLogger& logger, const QString& msg, QtMsgType type = QtInfoMsg, int l
 }
 
 // The lines of a log file, without their separators.
-QStringList linesOf(const TWTest::TempWorkDir& dir, const QString& name, const QString& sepa = Sepa)
+QStringList linesOf(const TWTest::TempWorkDir& dir, const QString& name, const QString& sepa = QStringLiteral("\r\n"))
 {
     QStringList lines = QString::fromUtf8(dir.readFile(name)).split(sepa);
     if (!lines.isEmpty() && lines.constLast().isEmpty())

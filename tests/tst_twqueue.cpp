@@ -36,10 +36,7 @@ void pushAll(TWQueue& queue, int from, int to)
 QString take(TWQueue& queue, QString* data = nullptr)
 {
     QString text;
-    const QString id = queue.dequeueItem(text, nullptr, nullptr, nullptr);
-    if (data)
-        *data = text;
-    return id;
+    return queue.dequeueItem(data ? *data : text, nullptr, nullptr, nullptr);
 }
 
 // Takes and removes every reachable record; their texts in delivery order.
