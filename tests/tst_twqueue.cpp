@@ -336,14 +336,13 @@ private slots:
         QVERIFY(push(*queue, QStringLiteral("x")));
         QCOMPARE(drain(*queue), QStringList{QStringLiteral("x")});
         QCOMPARE(cacheFiles(), QStringList{QStringLiteral("3.cache")});
-
     }
 
     void crashKeepsExactlyTheFiles()
     {
-    #ifndef Q_OS_UNIX
+#ifndef Q_OS_UNIX
         QSKIP("Needs SIGKILL");
-    #else
+#else
         QProcess child;
         child.start(TWTest::helperPath(QStringLiteral("tw_queuecrash")), {_dir->path(), QStringLiteral("4"), QStringLiteral("37")});
         QVERIFY(child.waitForReadyRead(60000));
@@ -357,7 +356,7 @@ private slots:
         QCOMPARE(onDisk.first(), QStringLiteral("item-4"));
         Queue queue = open(0);
         QCOMPARE(drain(*queue), onDisk);
-    #endif
+#endif
     }
 
     void stressManyThreads()
