@@ -150,13 +150,10 @@ private slots:
             outcome << QString::number(pool.waitingForReserveThread(timeout) == pFirst)
                     << QString::number(pool.waitForAllThreadFinished(qMax(timeout, 0))) << logger.messages();
         };
-        if (offAppThread) {
-            std::unique_ptr<QThread> other(QThread::create(attempt));
-            other->start();
-            QVERIFY(other->wait(Patience));
-        } else {
+        if (offAppThread)
+            QVERIFY(TWTest::runThreads(1, [&attempt](int) { attempt(); }));
+        else
             attempt();
-        }
         const QString failure = QStringLiteral("Couldn't reserve thread in time: %1 msec!").arg(timeout);
         QCOMPARE(outcome, timeout < 0 ? QStringList({"1", "1", "0"}) : QStringList({"1", "0", "0", failure}));
     }
