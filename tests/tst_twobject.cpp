@@ -22,13 +22,10 @@ public:
     void reset() { _resetLastError(); }
 };
 
-// Catches what _setLastError sends, through the virtual _writeLog.
-class Intercepting : public Probe
+// Catches what _setLastError sends through the virtual _writeLog, and fails to log it.
+struct Intercepting : Probe
 {
-public:
     QStringList seen;
-
-protected:
     bool _writeLog(const QString& msg, QtMsgType, const QString&, int, const QString&) override
     {
         seen << msg;

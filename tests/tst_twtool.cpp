@@ -61,9 +61,7 @@ private slots:
         QVERIFY(second.count("\r\n") == 2 && second.contains("DEBUG    - details "));
 
         result = runTool(QStringLiteral("log --quiet --dir missing lost"), dir.path());
-        QCOMPARE(result.exitCode, 1);
-        QVERIFY(result.out.startsWith("Couldn't open log file:"));
-        QVERIFY(result.err.contains("1 of 1 lines could not be written"));
+        QVERIFY(result.exitCode == 1 && result.err.contains("1 of 1 lines could not be written"));
     }
 
     void queueCommands()
