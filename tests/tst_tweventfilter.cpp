@@ -60,13 +60,12 @@ private slots:
         QObject watched; // takes no event itself, so sendEvent() tells what the filter consumed
         watched.installEventFilter(&filter);
         QStringList log;
-        const QList<QPair<void (TWEventFilter::*)(int, TWPressedKeys), QString>> named{
-            {&TWEventFilter::evntKeyPress, "press"}, {&TWEventFilter::evntKeyRelease, "release"},
-            {&TWEventFilter::evntKeyChanged, "changed"}};
-        for (const auto& signal : named)
-            connect(&filter, signal.first, this, [&log, what = signal.second](int key, const TWPressedKeys& keys) {
-                log << QStringLiteral("%1 %2 [%3]").arg(what).arg(key).arg(table(keys));
-            });
+        const auto record = [&log](const char* what) {
+            return [&log, what](int key, const TWPressedKeys& keys) { log << QStringLiteral("%1 %2 [%3]").arg(what).arg(key).arg(table(keys)); };
+        };
+        connect(&filter, &TWEventFilter::evntKeyPress, this, record("press"));
+        connect(&filter, &TWEventFilter::evntKeyRelease, this, record("release"));
+        connect(&filter, &TWEventFilter::evntKeyChanged, this, record("changed"));
 
         for (const QString& e : events.split(u' ')) {
             const bool isKey = e != QLatin1String("other");

@@ -4,17 +4,13 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QRegularExpression>
-#include <QtCore/QThread>
 #include <QtTest/QTest>
 
 #include <memory>
-#include <vector>
 
 using TW::TWLogger;
 
 namespace {
-
-const QString Sepa = QStringLiteral("\r\n");
 
 // A quiet logger writing into \a dir.
 std::unique_ptr<TWLogger> makeLogger(const QString& dir, const QString& fileName = QStringLiteral("twoutput.log"))
@@ -32,7 +28,7 @@ bool log(TWLogger& logger, const QString& msg, QtMsgType type = QtInfoMsg, int l
 }
 
 // The lines of a log file, without their separators.
-QStringList linesOf(const TWTest::TempWorkDir& dir, const QString& name, const QString& sepa = Sepa)
+QStringList linesOf(const TWTest::TempWorkDir& dir, const QString& name, const QString& sepa = QStringLiteral("\r\n"))
 {
     QStringList lines = QString::fromUtf8(dir.readFile(name)).split(sepa);
     if (!lines.isEmpty() && lines.constLast().isEmpty())
@@ -40,9 +36,11 @@ QStringList linesOf(const TWTest::TempWorkDir& dir, const QString& name, const Q
     return lines;
 }
 
-QString padded(const QString& msg)
+// Runs a logger in a child process, where its echo to standard output can be read.
+TWTest::ProcessResult echo(const QString& dir, bool console, QtMsgType level, const QStringList& messages)
 {
-    return msg.leftJustified(500, QLatin1Char(' '));
+    return TWTest::runProcess(TWTest::helperPath(QStringLiteral("tw_logecho")),
+                              QStringList{dir, QString::number(console), QString::number(level)} + messages);
 }
 
 } // namespace
@@ -52,354 +50,287 @@ class TstTWLogger : public QObject
     Q_OBJECT
 
 private slots:
-    void lineShape_data();
-    void lineShape();
-    void markersInTheMessage_data();
-    void markersInTheMessage();
-    void levelsAndFiltering_data();
-    void levelsAndFiltering();
-    void bytesOfTheLine();
-    void dateFormatMatchesQt();
-    void consoleEchoAndFailureTexts();
-    void numberingAfterRestart_data();
-    void numberingAfterRestart();
-    void invalidCounterStopsTheLogger();
-    void rotationAtTheLimit_data();
-    void rotationAtTheLimit();
-    void settersReopenOrClose();
-    void healsWhenTheFolderAppears();
-    void threadsNeverInterleave();
-};
+    void lineShape_data()
+    {
+        QTest::addColumn<QString>("msg");
+        QTest::addColumn<int>("line");
+        QTest::addColumn<QString>("tail"); // everything after the date
+        const QString shape = QStringLiteral(" WARNING  - %1 - in 'src/file.cpp' file, line: %2, function: 'void f(int)'");
+        const auto row = [&shape](int length, int line, const char* lineText) {
+            const QString msg(length, QLatin1Char('m'));
+            QTest::addRow("%d chars, line %d", length, line) << msg << line << shape.arg(msg.leftJustified(500), QLatin1String(lineText));
+        };
+        row(0, 7, "00007");
+        row(499, 12345, "12345");
+        row(500, 0, "00000");
+        row(501, 100000, "100000");
+        // Markers in the message take the values meant for the rest of the line.
+        const QString pad(498, QLatin1Char(' '));
+        QTest::newRow("%4 takes the file path too") << QStringLiteral("%4") << 7
+            << QStringLiteral(" WARNING  - src/file.cpp%1 - in 'src/file.cpp' file, line: 00007, function: 'void f(int)'").arg(pad);
+        QTest::newRow("%1 shifts the later values") << QStringLiteral("%1") << 7
+            << QStringLiteral(" WARNING  - src/file.cpp%1 - in '00007' file, line: void f(int), function: '%6'").arg(pad);
+    }
 
-void TstTWLogger::lineShape_data()
-{
-    QTest::addColumn<int>("length");
-    QTest::addColumn<int>("line");
-    QTest::addColumn<QString>("lineText");
-    QTest::newRow("empty") << 0 << 7 << QStringLiteral("00007");
-    QTest::newRow("499 chars") << 499 << 12345 << QStringLiteral("12345");
-    QTest::newRow("500 chars") << 500 << 0 << QStringLiteral("00000");
-    QTest::newRow("501 chars, six-digit line") << 501 << 100000 << QStringLiteral("100000");
-}
+    void lineShape()
+    {
+        QFETCH(QString, msg);
+        QFETCH(int, line);
+        TWTest::TempWorkDir dir;
+        auto logger = makeLogger(dir.path());
+        QVERIFY(log(*logger, msg, QtWarningMsg, line));
+        const QStringList lines = linesOf(dir, QStringLiteral("twoutput_0000.log"));
+        QCOMPARE(lines.size(), 1);
+        static const QRegularExpression date(QStringLiteral("^\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d$"));
+        QVERIFY2(date.match(lines.first().left(21)).hasMatch(), qPrintable(lines.first().left(21)));
+        QTEST(lines.first().mid(21), "tail");
+    }
 
-void TstTWLogger::lineShape()
-{
-    QFETCH(int, length);
-    QFETCH(int, line);
-    QFETCH(QString, lineText);
-    TWTest::TempWorkDir dir;
-    auto logger = makeLogger(dir.path());
-    const QString msg = QString(length, QLatin1Char('m'));
-    QVERIFY(log(*logger, msg, QtWarningMsg, line));
+    void levelsAndFiltering_data()
+    {
+        QTest::addColumn<int>("level");
+        QTest::addColumn<QString>("word");
+        QTest::newRow("debug") << int(QtDebugMsg) << QStringLiteral("DEBUG   ");
+        QTest::newRow("warning") << int(QtWarningMsg) << QStringLiteral("WARNING ");
+        QTest::newRow("critical") << int(QtCriticalMsg) << QStringLiteral("CRITICAL");
+        QTest::newRow("fatal") << int(QtFatalMsg) << QStringLiteral("FATAL   ");
+        QTest::newRow("info") << int(QtInfoMsg) << QStringLiteral("INFO    ");
+        QTest::newRow("outside QtMsgType") << 7 << QStringLiteral("UNKNOWN ");
+    }
 
-    const QStringList lines = linesOf(dir, QStringLiteral("twoutput_0000.log"));
-    QCOMPARE(lines.size(), 1);
-    const QString text = lines.first();
-    static const QRegularExpression date(QStringLiteral("^\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d$"));
-    QVERIFY2(date.match(text.left(21)).hasMatch(), qPrintable(text.left(21)));
-    QCOMPARE(text.mid(21), QStringLiteral(" WARNING  - %1 - in 'src/file.cpp' file, line: %2, function: 'void f(int)'")
-                               .arg(padded(msg), lineText));
-    QCOMPARE(text.indexOf(QLatin1String(" - in '")), 33 + qMax(500, length));
-}
+    void levelsAndFiltering()
+    {
+        QFETCH(int, level);
+        QFETCH(QString, word);
+        TWTest::TempWorkDir dir;
+        auto logger = makeLogger(dir.path());
+        QCOMPARE(logger->acceptedLogLevelList(), (QList<int>{QtInfoMsg, QtWarningMsg, QtCriticalMsg, QtFatalMsg}));
 
-void TstTWLogger::markersInTheMessage_data()
-{
-    QTest::addColumn<QString>("msg");
-    QTest::addColumn<QString>("tail");
-    const QString pad(498, QLatin1Char(' '));
-    QTest::newRow("%4 takes the file path too")
-        << QStringLiteral("%4") << QStringLiteral("src/file.cpp%1 - in 'src/file.cpp' file, line: 00007, function: 'void f(int)'").arg(pad);
-    QTest::newRow("%1 shifts the later values")
-        << QStringLiteral("%1") << QStringLiteral("src/file.cpp%1 - in '00007' file, line: void f(int), function: '%6'").arg(pad);
-}
+        const bool acceptedByDefault = level != QtDebugMsg && level != 7;
+        QVERIFY(log(*logger, QStringLiteral("first"), QtMsgType(level)));
+        QCOMPARE(dir.files().size(), acceptedByDefault ? 1 : 0); // a dropped message opens nothing
 
-void TstTWLogger::markersInTheMessage()
-{
-    QFETCH(QString, msg);
-    QFETCH(QString, tail);
-    TWTest::TempWorkDir dir;
-    auto logger = makeLogger(dir.path());
-    QVERIFY(log(*logger, msg));
-    const QString text = linesOf(dir, QStringLiteral("twoutput_0000.log")).value(0);
-    QCOMPARE(text.mid(21, 12), QStringLiteral(" INFO     - "));
-    QCOMPARE(text.mid(33), tail);
-}
+        logger->addAcceptedLogLevel(level);
+        logger->addAcceptedLogLevel(level);
+        QCOMPARE(logger->acceptedLogLevelList().count(level), 1);
+        QVERIFY(log(*logger, QStringLiteral("second"), QtMsgType(level)));
+        const QStringList lines = linesOf(dir, QStringLiteral("twoutput_0000.log"));
+        QVERIFY(lines.last().mid(22).startsWith(word + QStringLiteral(" - second ")));
 
-void TstTWLogger::levelsAndFiltering_data()
-{
-    QTest::addColumn<int>("level");
-    QTest::addColumn<QString>("word");
-    QTest::newRow("debug") << int(QtDebugMsg) << QStringLiteral("DEBUG   ");
-    QTest::newRow("warning") << int(QtWarningMsg) << QStringLiteral("WARNING ");
-    QTest::newRow("critical") << int(QtCriticalMsg) << QStringLiteral("CRITICAL");
-    QTest::newRow("fatal") << int(QtFatalMsg) << QStringLiteral("FATAL   ");
-    QTest::newRow("info") << int(QtInfoMsg) << QStringLiteral("INFO    ");
-    QTest::newRow("outside QtMsgType") << 7 << QStringLiteral("UNKNOWN ");
-}
+        logger->removeAcceptedLogLevel(level);
+        QVERIFY(log(*logger, QStringLiteral("third"), QtMsgType(level)));
+        QCOMPARE(linesOf(dir, QStringLiteral("twoutput_0000.log")).size(), lines.size());
+    }
 
-void TstTWLogger::levelsAndFiltering()
-{
-    QFETCH(int, level);
-    QFETCH(QString, word);
-    TWTest::TempWorkDir dir;
-    auto logger = makeLogger(dir.path());
-    QCOMPARE(logger->acceptedLogLevelList(), (QList<int>{QtInfoMsg, QtWarningMsg, QtCriticalMsg, QtFatalMsg}));
+    void bytesOfTheLine()
+    {
+        TWTest::TempWorkDir dir;
+        auto logger = makeLogger(dir.path());
+        logger->setDateFormat(QStringLiteral("'x'"));
+        QVERIFY(log(*logger, QStringLiteral("caf\u00e9 \u65e5\u672c")));
+        QVERIFY(log(*logger, QStringLiteral("cut here") + QChar(0) + QStringLiteral("lost")));
+        QVERIFY(log(*logger, QStringLiteral("two\nlines")));
+        // The new date format opened the file at once; with no file before, that is 0000.
+        const QByteArray bytes = dir.readFile(QStringLiteral("twoutput_0000.log"));
+        const QList<QByteArray> lines = bytes.split('\n');
+        QCOMPARE(lines.size(), 5);
+        QVERIFY(lines.at(0).startsWith("x INFO     - caf\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac    "));
+        QCOMPARE(lines.at(1), QByteArray("x INFO     - cut here\r"));
+        QCOMPARE(lines.at(2), QByteArray("x INFO     - two"));
+        QVERIFY(lines.at(3).startsWith("lines   "));
+    }
 
-    const bool acceptedByDefault = level != QtDebugMsg && level != 7;
-    QVERIFY(log(*logger, QStringLiteral("first"), QtMsgType(level)));
-    QCOMPARE(dir.files().size(), acceptedByDefault ? 1 : 0); // a dropped message opens nothing
-
-    logger->addAcceptedLogLevel(level);
-    logger->addAcceptedLogLevel(level);
-    QCOMPARE(logger->acceptedLogLevelList().count(level), 1);
-    QVERIFY(log(*logger, QStringLiteral("second"), QtMsgType(level)));
-    const QStringList lines = linesOf(dir, QStringLiteral("twoutput_0000.log"));
-    QVERIFY(lines.last().mid(22).startsWith(word + QStringLiteral(" - second ")));
-
-    logger->removeAcceptedLogLevel(level);
-    QVERIFY(log(*logger, QStringLiteral("third"), QtMsgType(level)));
-    QCOMPARE(linesOf(dir, QStringLiteral("twoutput_0000.log")).size(), lines.size());
-}
-
-void TstTWLogger::bytesOfTheLine()
-{
-    TWTest::TempWorkDir dir;
-    auto logger = makeLogger(dir.path());
-    logger->setDateFormat(QStringLiteral("'x'"));
-    QVERIFY(log(*logger, QStringLiteral("caf\u00e9 \u65e5\u672c"), QtInfoMsg));
-    QVERIFY(log(*logger, QStringLiteral("cut here") + QChar(0) + QStringLiteral("lost"), QtInfoMsg));
-    QVERIFY(log(*logger, QStringLiteral("two\nlines"), QtInfoMsg));
-    // The new date format opened the file at once; with no file before, that is 0000.
-    const QByteArray bytes = dir.readFile(QStringLiteral("twoutput_0000.log"));
-    const QList<QByteArray> lines = bytes.split('\n');
-    QCOMPARE(lines.size(), 5);
-    QVERIFY(lines.at(0).startsWith("x INFO     - caf\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac    "));
-    QCOMPARE(lines.at(1), QByteArray("x INFO     - cut here\r"));
-    QCOMPARE(lines.at(2), QByteArray("x INFO     - two"));
-    QVERIFY(lines.at(3).startsWith("lines   "));
-}
-
-void TstTWLogger::dateFormatMatchesQt()
-{
-    const QStringList formats = {
-        QStringLiteral("dd/MM/yy hh:mm:ss.zzz"), QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzz"),
-        QStringLiteral("d.M.yyyyy h:m:s"),       QStringLiteral("ddd MMM d yyyy"),
-        QStringLiteral("hh:mm AP"),              QStringLiteral("'at' hh 'o''clock' t"),
-        QStringLiteral("z zz zzzz yyy"),         QStringLiteral("HH%hh%1 \u00e9 mmm sss"),
-        QString(),
-    };
-    // Around the turn of a day, both changes of daylight saving time in 2024 in
-    // Berlin, a leap day and far years.
-    const qint64 times[] = {0, 951782400123, 1700000000999, 1711846799999, 1711846800000,
-                            1729990800500, 1735689599999, 4102444799999};
-    const QByteArray previousTz = qgetenv("TZ");
-    for (const char* zone : {"UTC", "Europe/Berlin", "America/St_Johns", "Asia/Kolkata"}) {
-        qputenv("TZ", zone);
-        for (const QString& format : formats) {
-            for (qint64 msecs : times) {
-                const QString expected = QDateTime::fromMSecsSinceEpoch(msecs, Qt::LocalTime).toString(format);
-                QCOMPARE(TW::Internal::formatLocalDateTime(msecs, format), expected);
+    void dateFormatMatchesQt()
+    {
+        const QStringList formats = {
+            QStringLiteral("dd/MM/yy hh:mm:ss.zzz"), QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzz"),
+            QStringLiteral("d.M.yyyyy h:m:s"),       QStringLiteral("ddd MMM d yyyy"),
+            QStringLiteral("hh:mm AP"),              QStringLiteral("'at' hh 'o''clock' t"),
+            QStringLiteral("z zz zzzz yyy"),         QStringLiteral("HH%hh%1 \u00e9 mmm sss"),
+            QString(),
+        };
+        // Around the turn of a day, both changes of daylight saving time in 2024 in
+        // Berlin, a leap day and far years.
+        const qint64 times[] = {0, 951782400123, 1700000000999, 1711846799999, 1711846800000,
+                                1729990800500, 1735689599999, 4102444799999};
+        const QByteArray previousTz = qgetenv("TZ");
+        for (const char* zone : {"UTC", "Europe/Berlin", "America/St_Johns", "Asia/Kolkata"}) {
+            qputenv("TZ", zone);
+            for (const QString& format : formats) {
+                for (qint64 msecs : times) {
+                    const QString expected = QDateTime::fromMSecsSinceEpoch(msecs, Qt::LocalTime).toString(format);
+                    QCOMPARE(TW::Internal::formatLocalDateTime(msecs, format), expected);
+                }
             }
         }
+        qputenv("TZ", "Europe/Berlin"); // the zone really changed
+        QCOMPARE(TW::Internal::formatLocalDateTime(1, QStringLiteral("hh")), QStringLiteral("01"));
+        if (previousTz.isNull())
+            qunsetenv("TZ");
+        else
+            qputenv("TZ", previousTz);
     }
-    qputenv("TZ", "Europe/Berlin"); // the zone really changed
-    QCOMPARE(TW::Internal::formatLocalDateTime(1, QStringLiteral("hh")), QStringLiteral("01"));
-    if (previousTz.isNull())
-        qunsetenv("TZ");
-    else
-        qputenv("TZ", previousTz);
-}
 
-void TstTWLogger::consoleEchoAndFailureTexts()
-{
-    TWTest::TempWorkDir dir;
-    const QString echo = TWTest::helperPath(QStringLiteral("tw_logecho"));
+    void consoleEchoAndFailureTexts()
+    {
+        TWTest::TempWorkDir dir;
+        auto result = echo(dir.path(), true, QtInfoMsg, {QStringLiteral("hello"), QStringLiteral("\u00e9t\u00e9")});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.out, QByteArray("hello\n\xc3\xa9t\xc3\xa9\n"));
+        QCOMPARE(echo(dir.path(), true, QtDebugMsg, {QStringLiteral("hidden")}).out, QByteArray());
+        QCOMPARE(echo(dir.path(), false, QtInfoMsg, {QStringLiteral("quiet")}).out, QByteArray());
+        QCOMPARE(linesOf(dir, QStringLiteral("twoutput_0000.log")).size(), 3);
 
-    auto result = TWTest::runProcess(echo, {dir.path(), QStringLiteral("1"), QString::number(QtInfoMsg),
-                                            QStringLiteral("hello"), QStringLiteral("\u00e9t\u00e9")});
-    QCOMPARE(result.exitCode, 0);
-    QCOMPARE(result.out, QByteArray("hello\n\xc3\xa9t\xc3\xa9\n"));
+        // A missing folder: the echo still comes first, then the reasons on standard output.
+        const QString missing = dir.filePath(QStringLiteral("missing"));
+        result = echo(missing, true, QtInfoMsg, {QStringLiteral("lost")});
+        QCOMPARE(result.exitCode, 1);
+        const QStringList out = QString::fromUtf8(result.out).split(QLatin1Char('\n'));
+        QCOMPARE(out.value(0), QStringLiteral("lost"));
+        QCOMPARE(out.value(1), QStringLiteral("Couldn't open log file:%1/twoutput_0000.log").arg(missing));
+        QVERIFY(!out.value(2).isEmpty());
+        QVERIFY(out.value(3).startsWith(QStringLiteral("Error on initialize log file! Last log message:")));
+        QVERIFY(out.value(3).contains(QLatin1String("INFO     - lost ")));
+    }
 
-    result = TWTest::runProcess(echo, {dir.path(), QStringLiteral("1"), QString::number(QtDebugMsg), QStringLiteral("hidden")});
-    QCOMPARE(result.out, QByteArray());
-    result = TWTest::runProcess(echo, {dir.path(), QStringLiteral("0"), QString::number(QtInfoMsg), QStringLiteral("quiet")});
-    QCOMPARE(result.out, QByteArray());
-    QCOMPARE(linesOf(dir, QStringLiteral("twoutput_0000.log")).size(), 3);
+    void numberingAfterRestart_data()
+    {
+        QTest::addColumn<QString>("configured");
+        QTest::addColumn<QStringList>("existing");
+        QTest::addColumn<QString>("continued");
+        QTest::addColumn<QString>("rotated");
+        const auto row = [](const char* name, const char* configured, const char* existing, const char* continued, const char* rotated) {
+            QTest::newRow(name) << QString::fromLatin1(configured) << QString::fromLatin1(existing).split(u' ', Qt::SkipEmptyParts)
+                                << QString::fromLatin1(continued) << QString::fromLatin1(rotated);
+        };
+        row("empty folder", "twoutput.log", "", "twoutput_0000.log", "twoutput_0001.log");
+        row("gaps are not filled", "twoutput.log", "twoutput_0000.log twoutput_0003.log twoutput_0009.log twoutput.log",
+            "twoutput_0009.log", "twoutput_0010.log");
+        row("other base and suffix ignored", "twoutput.log", "other_0005.log twoutput_0004.txt twoutputx_0009.log twoutput_0001.log",
+            "twoutput_0001.log", "twoutput_0002.log");
+        row("base matches in any case", "twoutput.log", "TWOUTPUT_0003.log", "twoutput_0003.log", "twoutput_0004.log");
+        row("negative counter", "twoutput.log", "twoutput_-1.log", "twoutput_0000.log", "twoutput_0001.log");
+        row("text order beyond 9999", "twoutput.log", "twoutput_9999.log twoutput_10000.log", "twoutput_9999.log", "twoutput_10000.log");
+        row("several dots", "a.b.log", "a_0002.b.log a_0001.b.log", "a_0002.b.log", "a_0003.b.log");
+        row("no dot", "plain", "plain_0004.", "plain_0004.", "plain_0005.");
+    }
 
-    // A missing folder: the echo still comes first, then the reasons on standard output.
-    const QString missing = dir.filePath(QStringLiteral("missing"));
-    result = TWTest::runProcess(echo, {missing, QStringLiteral("1"), QString::number(QtInfoMsg), QStringLiteral("lost")});
-    QCOMPARE(result.exitCode, 1);
-    const QStringList out = QString::fromUtf8(result.out).split(QLatin1Char('\n'));
-    QCOMPARE(out.value(0), QStringLiteral("lost"));
-    QCOMPARE(out.value(1), QStringLiteral("Couldn't open log file:%1/twoutput_0000.log").arg(missing));
-    QVERIFY(!out.value(2).isEmpty());
-    QVERIFY(out.value(3).startsWith(QStringLiteral("Error on initialize log file! Last log message:")));
-    QVERIFY(out.value(3).contains(QLatin1String("INFO     - lost ")));
-}
+    void numberingAfterRestart()
+    {
+        QFETCH(QString, configured);
+        QFETCH(QStringList, existing);
+        QFETCH(QString, continued);
+        QFETCH(QString, rotated);
+        TWTest::TempWorkDir dir;
+        for (const QString& name : existing)
+            QVERIFY(dir.writeFile(name, "old\n"));
 
-void TstTWLogger::numberingAfterRestart_data()
-{
-    QTest::addColumn<QString>("configured");
-    QTest::addColumn<QStringList>("existing");
-    QTest::addColumn<QString>("continued");
-    QTest::addColumn<QString>("rotated");
-    const QString base = QStringLiteral("twoutput.log");
-    QTest::newRow("empty folder") << base << QStringList() << "twoutput_0000.log" << "twoutput_0001.log";
-    QTest::newRow("0000 to 0007") << base
-        << QStringList{"twoutput_0000.log", "twoutput_0003.log", "twoutput_0007.log", "twoutput.log"}
-        << "twoutput_0007.log" << "twoutput_0008.log";
-    QTest::newRow("gap is not filled") << base << QStringList{"twoutput_0002.log", "twoutput_0009.log"}
-        << "twoutput_0009.log" << "twoutput_0010.log";
-    QTest::newRow("other base and suffix ignored") << base
-        << QStringList{"other_0005.log", "twoutput_0004.txt", "twoutputx_0009.log", "twoutput_0001.log"}
-        << "twoutput_0001.log" << "twoutput_0002.log";
-    QTest::newRow("base matches in any case") << base << QStringList{"TWOUTPUT_0003.log"}
-        << "twoutput_0003.log" << "twoutput_0004.log";
-    QTest::newRow("negative counter") << base << QStringList{"twoutput_-1.log"}
-        << "twoutput_0000.log" << "twoutput_0001.log";
-    QTest::newRow("text order beyond 9999") << base << QStringList{"twoutput_9999.log", "twoutput_10000.log"}
-        << "twoutput_9999.log" << "twoutput_10000.log";
-    QTest::newRow("several dots") << QStringLiteral("a.b.log") << QStringList{"a_0002.b.log", "a_0001.b.log"}
-        << "a_0002.b.log" << "a_0003.b.log";
-    QTest::newRow("no dot") << QStringLiteral("plain") << QStringList{"plain_0004."} << "plain_0004." << "plain_0005.";
-}
+        auto logger = makeLogger(dir.path(), configured);
+        QVERIFY(log(*logger, QStringLiteral("continues")));
+        logger->setMaxFileSize(1);
+        QVERIFY(linesOf(dir, continued, QStringLiteral("\n")).last().contains(QLatin1String("continues")));
+        QVERIFY(log(*logger, QStringLiteral("rotates")));
+        QVERIFY(linesOf(dir, rotated, QStringLiteral("\n")).last().contains(QLatin1String("rotates")));
+        for (const QString& name : existing) // nothing is renamed or removed
+            QVERIFY(dir.files().contains(name));
+    }
 
-void TstTWLogger::numberingAfterRestart()
-{
-    QFETCH(QString, configured);
-    QFETCH(QStringList, existing);
-    QFETCH(QString, continued);
-    QFETCH(QString, rotated);
-    TWTest::TempWorkDir dir;
-    for (const QString& name : existing)
-        QVERIFY(dir.writeFile(name, "old\n"));
+    void invalidCounterStopsTheLogger()
+    {
+        TWTest::TempWorkDir dir;
+        QVERIFY(dir.writeFile(QStringLiteral("twoutput_0001.log")));
+        QVERIFY(dir.writeFile(QStringLiteral("twoutput_old.log")));
+        const auto result = echo(dir.path(), false, QtInfoMsg, {QStringLiteral("one"), QStringLiteral("two")});
+        QCOMPARE(result.exitCode, 1);
+        const QStringList out = QString::fromUtf8(result.out).split(QLatin1Char('\n'));
+        QCOMPARE(out.value(0), QStringLiteral("Invalid log file counter:old"));
+        QVERIFY(out.value(1).startsWith(QStringLiteral("Error on initialize log file! Last log message:")));
+        QCOMPARE(out.value(2), QStringLiteral("Invalid log file counter:old")); // every line tries again
+        QCOMPARE(dir.readFile(QStringLiteral("twoutput_0001.log")), QByteArray());
+    }
 
-    auto logger = makeLogger(dir.path(), configured);
-    QVERIFY(log(*logger, QStringLiteral("continues")));
-    logger->setMaxFileSize(1);
-    QVERIFY(linesOf(dir, continued, QStringLiteral("\n")).last().contains(QLatin1String("continues")));
-    QVERIFY(log(*logger, QStringLiteral("rotates")));
-    QVERIFY(linesOf(dir, rotated, QStringLiteral("\n")).last().contains(QLatin1String("rotates")));
-    for (const QString& name : existing) // nothing is renamed or removed
-        QVERIFY(dir.files().contains(name));
-}
+    void rotationAtTheLimit_data()
+    {
+        QTest::addColumn<qint64>("limit");
+        QTest::addColumn<int>("files");
+        // Each line is 598 bytes with the separator; the test stands before the write.
+        QTest::newRow("a file reaching the limit exactly rotates") << qint64(598 * 2) << 3;
+        QTest::newRow("one byte more fits a third line") << qint64(598 * 2 + 1) << 2;
+        // The first file is opened, found at the limit and left empty at once.
+        QTest::newRow("zero: one file per line") << qint64(0) << 6;
+        QTest::newRow("negative: one file per line") << qint64(-5) << 6;
+    }
 
-void TstTWLogger::invalidCounterStopsTheLogger()
-{
-    TWTest::TempWorkDir dir;
-    QVERIFY(dir.writeFile(QStringLiteral("twoutput_0001.log")));
-    QVERIFY(dir.writeFile(QStringLiteral("twoutput_old.log")));
-    const auto result = TWTest::runProcess(TWTest::helperPath(QStringLiteral("tw_logecho")),
-                                           {dir.path(), QStringLiteral("0"), QString::number(QtInfoMsg),
-                                            QStringLiteral("one"), QStringLiteral("two")});
-    QCOMPARE(result.exitCode, 1);
-    const QStringList out = QString::fromUtf8(result.out).split(QLatin1Char('\n'));
-    QCOMPARE(out.value(0), QStringLiteral("Invalid log file counter:old"));
-    QVERIFY(out.value(1).startsWith(QStringLiteral("Error on initialize log file! Last log message:")));
-    QCOMPARE(out.value(2), QStringLiteral("Invalid log file counter:old")); // every line tries again
-    QCOMPARE(dir.readFile(QStringLiteral("twoutput_0001.log")), QByteArray());
-}
+    void rotationAtTheLimit()
+    {
+        QFETCH(qint64, limit);
+        QFETCH(int, files);
+        TWTest::TempWorkDir dir;
+        auto logger = makeLogger(dir.path());
+        logger->setMaxFileSize(limit);
+        for (int i = 0; i < 5; ++i)
+            QVERIFY(log(*logger, QStringLiteral("line %1").arg(i)));
+        QCOMPARE(dir.readFile(QStringLiteral("twoutput_0000.log")).size() % 598, 0);
+        QCOMPARE(dir.files().size(), files);
+    }
 
-void TstTWLogger::rotationAtTheLimit_data()
-{
-    QTest::addColumn<qint64>("limit");
-    QTest::addColumn<int>("files");
-    // Each line is 598 bytes with the separator; the test stands before the write.
-    QTest::newRow("a file reaching the limit exactly rotates") << qint64(598 * 2) << 3;
-    QTest::newRow("one byte more fits a third line") << qint64(598 * 2 + 1) << 2;
-    // The first file is opened, found at the limit and left empty at once.
-    QTest::newRow("zero: one file per line") << qint64(0) << 6;
-    QTest::newRow("negative: one file per line") << qint64(-5) << 6;
-}
+    void settersReopenOrClose()
+    {
+        TWTest::TempWorkDir dir;
+        auto logger = makeLogger(dir.path());
+        QCOMPARE(logger->file(), dir.filePath(QStringLiteral("twoutput.log")));
 
-void TstTWLogger::rotationAtTheLimit()
-{
-    QFETCH(qint64, limit);
-    QFETCH(int, files);
-    TWTest::TempWorkDir dir;
-    auto logger = makeLogger(dir.path());
-    logger->setMaxFileSize(limit);
-    QCOMPARE(logger->maxFileSize(), limit);
-    for (int i = 0; i < 5; ++i)
-        QVERIFY(log(*logger, QStringLiteral("line %1").arg(i)));
-    QCOMPARE(dir.readFile(QStringLiteral("twoutput_0000.log")).size() % 598, 0);
-    QCOMPARE(dir.files().size(), files);
-}
+        // Same values change nothing; new ones start the next file at once, even unused.
+        logger->setDateFormat(logger->dateFormat());
+        logger->setLineEndSepa(logger->lineEndSepa());
+        QCOMPARE(dir.files(), QStringList());
+        logger->setDateFormat(QStringLiteral("yyyy"));
+        QCOMPARE(dir.files(), QStringList{QStringLiteral("twoutput_0000.log")});
+        logger->setLineEndSepa(QStringLiteral("|"));
+        QCOMPARE(dir.files().size(), 2);
+        QVERIFY(log(*logger, QStringLiteral("after")));
+        QVERIFY(dir.readFile(QStringLiteral("twoutput_0001.log")).endsWith("'void f(int)'|"));
 
-void TstTWLogger::settersReopenOrClose()
-{
-    TWTest::TempWorkDir dir;
-    auto logger = makeLogger(dir.path());
-    QCOMPARE(logger->file(), dir.filePath(QStringLiteral("twoutput.log")));
+        // Location setters close; the next line opens the newest file at the new place,
+        // and one that cannot be opened yet is tried again at every line.
+        logger->setFile(dir.filePath(QStringLiteral("sub/app.txt")));
+        QVERIFY(!log(*logger, QStringLiteral("lost")));
+        QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("sub")));
+        QVERIFY(log(*logger, QStringLiteral("moved")));
+        QCOMPARE(linesOf(dir, QStringLiteral("sub/app_0000.txt"), QStringLiteral("|")).size(), 1);
+        logger->setFileName(QStringLiteral("renamed.log"));
+        logger->setFilePath(dir.path());
+        QVERIFY(log(*logger, QStringLiteral("back")));
+        QVERIFY(dir.readFile(QStringLiteral("renamed_0000.log")).contains("back"));
+        QCOMPARE(dir.files().size(), 3);
+    }
 
-    // Same values change nothing; new ones start the next file at once, even unused.
-    logger->setDateFormat(logger->dateFormat());
-    logger->setLineEndSepa(logger->lineEndSepa());
-    QCOMPARE(dir.files(), QStringList());
-    logger->setDateFormat(QStringLiteral("yyyy"));
-    QCOMPARE(dir.files(), QStringList{QStringLiteral("twoutput_0000.log")});
-    logger->setLineEndSepa(QStringLiteral("|"));
-    QCOMPARE(dir.files().size(), 2);
-    QVERIFY(log(*logger, QStringLiteral("after")));
-    QVERIFY(dir.readFile(QStringLiteral("twoutput_0001.log")).endsWith("'void f(int)'|"));
-
-    // Location setters close; the next line opens the newest file at the new place.
-    QDir(dir.path()).mkdir(QStringLiteral("sub"));
-    logger->setFile(dir.filePath(QStringLiteral("sub/app.txt")));
-    QCOMPARE(logger->file(), dir.filePath(QStringLiteral("sub/app.txt")));
-    QVERIFY(log(*logger, QStringLiteral("moved")));
-    QVERIFY(dir.readFile(QStringLiteral("sub/app_0000.txt")).contains("moved"));
-    logger->setFileName(QStringLiteral("renamed.log"));
-    logger->setFilePath(dir.path());
-    QVERIFY(log(*logger, QStringLiteral("back")));
-    QVERIFY(dir.readFile(QStringLiteral("renamed_0000.log")).contains("back"));
-    QCOMPARE(dir.files().size(), 3);
-}
-
-void TstTWLogger::healsWhenTheFolderAppears()
-{
-    TWTest::TempWorkDir dir;
-    auto logger = makeLogger(dir.filePath(QStringLiteral("later")));
-    logger->setConsoleOutput(false);
-    QVERIFY(!log(*logger, QStringLiteral("lost")));
-    QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("later")));
-    QVERIFY(log(*logger, QStringLiteral("kept")));
-    QCOMPARE(linesOf(dir, QStringLiteral("later/twoutput_0000.log")).size(), 1);
-}
-
-void TstTWLogger::threadsNeverInterleave()
-{
-    TWTest::TempWorkDir dir;
-    auto logger = makeLogger(dir.path());
-    logger->setMaxFileSize(64 * 1024);
-    constexpr int Threads = 6;
-    constexpr int PerThread = 300;
-    std::vector<std::unique_ptr<QThread>> threads;
-    for (int t = 0; t < Threads; ++t) {
-        threads.emplace_back(QThread::create([&logger, t] {
+    void threadsNeverInterleave()
+    {
+        TWTest::TempWorkDir dir;
+        auto logger = makeLogger(dir.path());
+        logger->setMaxFileSize(64 * 1024);
+        constexpr int Threads = 6, PerThread = 300;
+        QVERIFY(TWTest::runThreads(Threads, [&logger](int t) {
             for (int i = 0; i < PerThread; ++i)
                 log(*logger, QStringLiteral("thread %1 line %2 %3").arg(t).arg(i).arg(QString(i % 700, QLatin1Char('x'))));
         }));
-        threads.back()->start();
-    }
-    for (auto& thread : threads)
-        QVERIFY(thread->wait(60000));
 
-    static const QRegularExpression shape(QStringLiteral(
-        "^\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} INFO     - thread (\\d) line (\\d+) x* *"
-        " - in 'src/file.cpp' file, line: 00007, function: 'void f\\(int\\)'$"));
-    QSet<QString> seen;
-    for (const QString& name : dir.files()) {
-        for (const QString& line : linesOf(dir, name)) {
-            const auto match = shape.match(line);
-            QVERIFY2(match.hasMatch(), qPrintable(line.left(80)));
-            seen.insert(match.captured(1) + QLatin1Char(':') + match.captured(2));
+        static const QRegularExpression shape(QStringLiteral(
+            "^\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} INFO     - thread (\\d) line (\\d+) x* *"
+            " - in 'src/file.cpp' file, line: 00007, function: 'void f\\(int\\)'$"));
+        QSet<QString> seen;
+        for (const QString& name : dir.files()) {
+            for (const QString& line : linesOf(dir, name)) {
+                const auto match = shape.match(line);
+                QVERIFY2(match.hasMatch(), qPrintable(line.left(80)));
+                seen.insert(match.captured(1) + QLatin1Char(':') + match.captured(2));
+            }
         }
+        QCOMPARE(seen.size(), Threads * PerThread);
+        QVERIFY(dir.files().size() > 1);
     }
-    QCOMPARE(seen.size(), Threads * PerThread);
-    QVERIFY(dir.files().size() > 1);
-}
+};
 
 QTEST_GUILESS_MAIN(TstTWLogger)
 #include "tst_twlogger.moc"

@@ -74,10 +74,7 @@ private slots:
         TWTest::MessageCapture capture;
         QCOMPARE(ini.isNull() ? logger.readFromConfig(QStringLiteral("L"), nullptr) : applyIni(dir, logger, ini), !ini.isNull());
         QCOMPARE(settings(logger), expected);
-        QStringList messages;
-        for (const auto& m : capture.messages())
-            messages << QLatin1String(m.type == QtCriticalMsg ? "C " : m.type == QtWarningMsg ? "W " : "? ") + m.text;
-        QTEST(messages.join(u'\n'), "messages");
+        QTEST(capture.lines().join(u'\n'), "messages");
     }
 
     void secondCallRotatesNothing()

@@ -16,23 +16,18 @@ namespace {
 
 constexpr int Patience = 30000; // only a broken thread gets near it
 
-// Shared by the workers of one test, as auto-deleted ones are gone when it looks.
-struct JobBook
-{
-    QAtomicInt alive, runs;
-};
-
 struct Worker : TWThreadWorkerIface
 {
-    explicit Worker(JobBook* pBook) : book(pBook) { book->alive.ref(); }
-    ~Worker() override { book->alive.deref(); }
+    // Counted over all workers, as auto-deleted ones are gone when a test looks.
+    static inline QAtomicInt alive, runs;
+    Worker() { alive.ref(); }
+    ~Worker() override { alive.deref(); }
     void process() override
     {
         ranOn = QThread::currentThread();
-        book->runs.ref();
+        runs.ref();
         emit finished();
     }
-    JobBook* book;
     QThread* ranOn = nullptr;
 };
 
@@ -50,6 +45,8 @@ class TstTWThreadPool : public QObject
     Q_OBJECT
 
 private slots:
+    void init() { Worker::runs.storeRelaxed(0); }
+
     void metaObjects()
     {
         const auto describe = [](const QMetaObject& mo) {
@@ -63,7 +60,6 @@ private slots:
                  "private slot void _onWorkerFinished(); private slot void _onThreadFinished()");
         QCOMPARE(describe(TWThreadPool::staticMetaObject),
                  "TW::TWThreadPool : QObject; public slot bool releaseThread(TWThread* pThread)");
-        QCOMPARE(TWThread::className() + TWThreadPool::className(), QStringLiteral("TWThreadTWThreadPool"));
     }
 
     // The thread made first comes back first, with the logger it was made with.
@@ -80,8 +76,7 @@ private slots:
         TWThread* pSecond = pool.reserveThread();
         QVERIFY(pSecond->logger() == &later && pool.releaseThread(pSecond));
 
-        JobBook book;
-        Worker first(&book), second(&book);
+        Worker first, second;
         pThread->setWorker(&first, false);
         QSignalSpy released(pThread, SIGNAL(release(TWThread*)));
         pThread->start();
@@ -98,7 +93,7 @@ private slots:
         QVERIFY(pool.waitForAllThreadFinished(Patience));
         settle(pThread);
         // Three releases and runs; the workers were not handed over, so they are still the caller's.
-        QCOMPARE(QStringLiteral("%1 %2 %3").arg(released.count()).arg(book.runs.loadRelaxed()).arg(book.alive.loadRelaxed()),
+        QCOMPARE(QStringLiteral("%1 %2 %3").arg(released.count()).arg(Worker::runs.loadRelaxed()).arg(Worker::alive.loadRelaxed()),
                  QStringLiteral("3 3 2"));
     }
 
@@ -141,8 +136,7 @@ private slots:
         QFETCH(bool, offAppThread);
         QStringList outcome; // idle at first, reserved the first thread, all finished, the messages
         auto attempt = [&] {
-            JobBook book;
-            Worker worker(&book);
+            Worker worker;
             TWTest::RecordingLogger logger;
             TWThreadPool pool(QString(), 2);
             pool.setLogger(&logger);
@@ -156,13 +150,10 @@ private slots:
             outcome << QString::number(pool.waitingForReserveThread(timeout) == pFirst)
                     << QString::number(pool.waitForAllThreadFinished(qMax(timeout, 0))) << logger.messages();
         };
-        if (offAppThread) {
-            std::unique_ptr<QThread> other(QThread::create(attempt));
-            other->start();
-            QVERIFY(other->wait(Patience));
-        } else {
+        if (offAppThread)
+            QVERIFY(TWTest::runThreads(1, [&attempt](int) { attempt(); }));
+        else
             attempt();
-        }
         const QString failure = QStringLiteral("Couldn't reserve thread in time: %1 msec!").arg(timeout);
         QCOMPARE(outcome, timeout < 0 ? QStringList({"1", "1", "0"}) : QStringList({"1", "0", "0", failure}));
     }
@@ -183,7 +174,6 @@ private slots:
     // Every job runs once on at most four threads; in the end every thread is free and every worker gone.
     void churn()
     {
-        JobBook book;
         TWTest::RecordingLogger logger;
         TWThreadPool pool(QString(), 4);
         pool.setLogger(&logger);
@@ -196,7 +186,7 @@ private slots:
                 settle(pThread);
             } while (!pThread->isBusy());
             used.insert(pThread);
-            pThread->setWorker(new Worker(&book), true);
+            pThread->setWorker(new Worker, true);
             pThread->start();
         }
         QVERIFY(pool.waitForAllThreadFinished(Patience));
@@ -205,7 +195,7 @@ private slots:
             QVERIFY(!pThread->isBusy() && !pThread->worker());
         }
         QVERIFY(used.size() <= 4 && logger.records().isEmpty());
-        QCOMPARE(QStringLiteral("%1 %2").arg(book.runs.loadRelaxed()).arg(book.alive.loadRelaxed()), QStringLiteral("300 0"));
+        QCOMPARE(QStringLiteral("%1 %2").arg(Worker::runs.loadRelaxed()).arg(Worker::alive.loadRelaxed()), QStringLiteral("300 0"));
     }
 };
 

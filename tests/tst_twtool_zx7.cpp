@@ -8,8 +8,7 @@ namespace {
 
 TWTest::ProcessResult zx7(const TWTest::TempWorkDir& dir, const QString& arguments)
 {
-    return TWTest::runProcess(QStringLiteral(TWTOOL_PATH),
-                              QStringLiteral("zx7 %1").arg(arguments).split(u' ', Qt::SkipEmptyParts), dir.path());
+    return TWTest::runTool(QStringLiteral("zx7 ") + arguments, dir.path());
 }
 
 const QByteArray sample = QByteArray("Sing a song of sixpence, a pocket full of rye. ").repeated(40);

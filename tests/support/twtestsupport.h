@@ -4,45 +4,51 @@
 #include <twconfig.h>
 #include <twinterfaces.h>
 
-#include <QtCore/QByteArray>
-#include <QtCore/QList>
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QMetaMethod>
 #include <QtCore/QMutex>
 #include <QtCore/QProcess>
-#include <QtCore/QString>
-#include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
+#include <QtCore/QThread>
 #include <QtCore/QVariantMap>
+
+#include <functional>
+#include <memory>
+#include <vector>
 
 namespace TWTest {
 
-/*!
- * A fresh temporary folder that is also the current folder for the lifetime of
- * the object; the previous current folder comes back on destruction.
- */
+/*! A fresh temporary folder that is the current folder while the object lives. */
 class TempWorkDir
 {
 public:
-    TempWorkDir();
-    ~TempWorkDir();
-    TempWorkDir(const TempWorkDir&) = delete;
-    TempWorkDir& operator=(const TempWorkDir&) = delete;
+    TempWorkDir() { QDir::setCurrent(_dir.path()); }
+    ~TempWorkDir() { QDir::setCurrent(_previous); }
 
-    bool isValid() const;
-    QString path() const;
-    /*! Absolute path of \a name inside the folder. */
-    QString filePath(const QString& name) const;
+    QString path() const { return _dir.path(); }
+    QString filePath(const QString& name) const { return _dir.filePath(name); }
     /*! Names of the plain files in the folder, sorted. */
-    QStringList files(const QStringList& nameFilters = {}) const;
-    /*! Writes \a content to \a name in the folder; false on failure. */
-    bool writeFile(const QString& name, const QByteArray& content = {}) const;
-    QByteArray readFile(const QString& name) const;
+    QStringList files(const QStringList& nameFilters = {}) const
+    {
+        return QDir(path()).entryList(nameFilters, QDir::Files | QDir::Hidden, QDir::Name);
+    }
+    bool writeFile(const QString& name, const QByteArray& content = {}) const
+    {
+        QFile file(filePath(name));
+        return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+    }
+    QByteArray readFile(const QString& name) const
+    {
+        QFile file(filePath(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
 
 private:
+    QString _previous = QDir::currentPath();
     QTemporaryDir _dir;
-    QString _previous;
 };
 
-/*! One call of a logger, as a RecordingLogger keeps it. */
 struct LogRecord
 {
     QString msg;
@@ -52,17 +58,39 @@ struct LogRecord
     QString function;
 };
 
-/*! A logger that keeps what it is given, for tests of the classes that report through one. */
+/*! A logger that keeps what it is given, from any thread. */
 class RecordingLogger : public TWLoggerIface
 {
 public:
     bool writeLog(const QString& msg, QtMsgType type, const QString& file, int line,
-                  const QString& function) override;
-    bool writeLog(QtMsgType type, const QMessageLogContext& context, const QString& msg) override;
+                  const QString& function) override
+    {
+        QMutexLocker locker(&_mutex);
+        _records.append({msg, type, file, line, function});
+        return true;
+    }
+    bool writeLog(QtMsgType type, const QMessageLogContext&, const QString& msg) override
+    {
+        return writeLog(msg, type, QString(), 0, QString());
+    }
 
-    QList<LogRecord> records() const;
-    QStringList messages() const;
-    void clear();
+    QList<LogRecord> records() const
+    {
+        QMutexLocker locker(&_mutex);
+        return _records;
+    }
+    QStringList messages() const
+    {
+        QStringList out;
+        for (const LogRecord& r : records())
+            out << r.msg;
+        return out;
+    }
+    void clear()
+    {
+        QMutexLocker locker(&_mutex);
+        _records.clear();
+    }
 
 private:
     mutable QMutex _mutex;
@@ -70,25 +98,36 @@ private:
 };
 
 /*!
- * Captures Qt's messages (qDebug, qWarning, ...) while it lives, and restores
- * the previous handler afterwards.
+ * Qt's messages (qDebug, qWarning, ...) while it lives, each as its level's
+ * letter and the text: "D ...", "W ...", "C ...", "I ...".
  */
 class MessageCapture
 {
 public:
-    MessageCapture();
-    ~MessageCapture();
-    MessageCapture(const MessageCapture&) = delete;
-    MessageCapture& operator=(const MessageCapture&) = delete;
-
-    struct Message
+    MessageCapture()
     {
-        QtMsgType type;
-        QString text;
-    };
-    QList<Message> messages() const;
-    QStringList texts() const;
-    void clear();
+        QMutexLocker locker(&_mutex);
+        _lines.clear();
+        _previous = qInstallMessageHandler(&MessageCapture::handle);
+    }
+    ~MessageCapture() { qInstallMessageHandler(_previous); }
+    Q_DISABLE_COPY(MessageCapture)
+
+    QStringList lines() const
+    {
+        QMutexLocker locker(&_mutex);
+        return _lines;
+    }
+
+private:
+    static void handle(QtMsgType type, const QMessageLogContext&, const QString& text)
+    {
+        QMutexLocker locker(&_mutex);
+        _lines << QString::fromLatin1("DWCFI" + type, 1) + QLatin1Char(' ') + text;
+    }
+    static inline QMutex _mutex;
+    static inline QStringList _lines;
+    QtMessageHandler _previous = nullptr;
 };
 
 /*! A queue item that serialises to a fixed text. */
@@ -103,42 +142,82 @@ private:
     QString _text;
 };
 
-/*!
- * A configuration whose raw values come from a map instead of a file. Every
- * typed getter of TWConfig reads through getValue(), so all of them see the
- * map; each key asked is recorded.
- */
+/*! A configuration whose raw values come from a map; it records each key asked. */
 class MapConfig : public TW::TWConfig
 {
 public:
-    explicit MapConfig(const QVariantMap& values = {});
-    QVariant getValue(const QString& key, const QVariant& defaultValue) override;
+    explicit MapConfig(const QVariantMap& values) : values(values) {}
+    QVariant getValue(const QString& key, const QVariant& defaultValue) override
+    {
+        keys.append(key);
+        return values.value(key, defaultValue);
+    }
 
     QVariantMap values;
     QStringList keys;
 };
 
-/*! Output and exit of a child program. */
+/*! Runs \a body(0) to \a body(count - 1) on as many threads at once and waits for all of them. */
+inline bool runThreads(int count, const std::function<void(int)>& body)
+{
+    std::vector<std::unique_ptr<QThread>> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back(QThread::create(body, i))->start();
+    bool ended = true;
+    for (auto& thread : threads)
+        ended = thread->wait(600000) && ended;
+    return ended;
+}
+
 struct ProcessResult
 {
-    bool started = false;
-    int exitCode = -1;
+    int exitCode; // -1 when it did not start, crashed or never ended
     QByteArray out;
     QByteArray err;
 };
 
-/*! Runs \a program with \a arguments to its end (no standard input) and returns what it printed. */
-ProcessResult runProcess(const QString& program, const QStringList& arguments,
-                         const QString& workingDirectory = QString(), int timeoutMs = 60000);
+/*! Runs \a program to its end, with no standard input. */
+inline ProcessResult runProcess(const QString& program, const QStringList& arguments,
+                                const QString& workingDirectory = QString())
+{
+    QProcess process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.setWorkingDirectory(workingDirectory);
+    process.start(program, arguments);
+    const bool ended = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit;
+    return {ended ? process.exitCode() : -1, process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+#ifdef TWTOOL_PATH
+/*! Runs the built twtool in \a folder; \a arguments are split at blanks. */
+inline ProcessResult runTool(const QString& arguments, const QString& folder)
+{
+    return runProcess(QStringLiteral(TWTOOL_PATH), arguments.split(u' ', Qt::SkipEmptyParts), folder);
+}
+#endif
 
 /*! Path of a helper program built beside the tests. */
-QString helperPath(const QString& name);
+inline QString helperPath(const QString& name)
+{
+    return QStringLiteral(TW_TEST_HELPER_DIR "/") + name;
+}
 
-/*!
- * The methods that \a metaObject adds to its base, in their order, one line
- * each: "public signal void release(TWThread* pThread)".
- */
-QStringList metaMethods(const QMetaObject* metaObject);
+/*! The methods that \a mo adds to its base, in order: "public signal void release(TWThread* pThread)". */
+inline QStringList metaMethods(const QMetaObject* mo)
+{
+    static const char* const access[] = {"private", "protected", "public"};
+    static const char* const kind[] = {"method", "signal", "slot", "constructor"};
+    QStringList out;
+    for (int i = mo->methodOffset(); i < mo->methodCount(); ++i) {
+        const QMetaMethod m = mo->method(i);
+        QStringList params;
+        for (int p = 0; p < m.parameterCount(); ++p)
+            params << QString::fromLatin1(m.parameterTypes().at(p) + ' ' + m.parameterNames().at(p));
+        out << QStringLiteral("%1 %2 %3 %4(%5)").arg(QLatin1String(access[m.access()]), QLatin1String(kind[m.methodType()]),
+                                                     QLatin1String(m.typeName()), QLatin1String(m.name()), params.join(QStringLiteral(", ")));
+    }
+    return out;
+}
 
 } // namespace TWTest
 
