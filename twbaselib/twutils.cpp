@@ -43,6 +43,20 @@ bool setStreamEncoding(QTextStream& stream, const QString& codecName)
     return true;
 }
 
+// Opens \a file (named \a fileName) for reading as text through \a stream, in
+// the encoding named by \a codecName. Answers the failure's message, or an
+// empty string.
+QString openTextForReading(const QString& fileName, QFile& file, QTextStream& stream, const QString& codecName)
+{
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return QStringLiteral("Couldn't open file: '%1'! %2").arg(fileName, file.errorString());
+    stream.setDevice(&file);
+    if (!setStreamEncoding(stream, codecName))
+        return QStringLiteral("Couldn't read file: '%1' because codec name: '%2' not supported!")
+            .arg(fileName, codecName);
+    return QString();
+}
+
 // Whether each of the k characters of a pattern piece without stars stands
 // for the text character at the same place.
 bool matchFixed(const char16_t* text, const char16_t* pattern, qsizetype k)
@@ -167,17 +181,10 @@ bool TWUtils::readTxtFile(const QString& fileName, QString& text, const QString&
 {
     text.clear();
     QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        _setLastError(QStringLiteral("Couldn't open file: '%1'! %2").arg(fileName, file.errorString()),
-                      TW_SOURCE_LOCATION);
-        return false;
-    }
-    QTextStream stream(&file);
-    if (!setStreamEncoding(stream, codecName)) {
-        _setLastError(QStringLiteral("Couldn't read file: '%1' because codec name: '%2' not supported!")
-                          .arg(fileName, codecName),
-                      TW_SOURCE_LOCATION);
-        file.close();
+    QTextStream stream;
+    const QString error = openTextForReading(fileName, file, stream, codecName);
+    if (!error.isEmpty()) {
+        _setLastError(error, TW_SOURCE_LOCATION);
         return false;
     }
     text = stream.readAll();
@@ -189,17 +196,10 @@ bool TWUtils::readTxtFile(const QString& fileName, QList<QString>& lines, const 
 {
     lines.clear();
     QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        _setLastError(QStringLiteral("Couldn't open file: '%1'! %2").arg(fileName, file.errorString()),
-                      TW_SOURCE_LOCATION);
-        return false;
-    }
-    QTextStream stream(&file);
-    if (!setStreamEncoding(stream, codecName)) {
-        _setLastError(QStringLiteral("Couldn't read file: '%1' because codec name: '%2' not supported!")
-                          .arg(fileName, codecName),
-                      TW_SOURCE_LOCATION);
-        file.close();
+    QTextStream stream;
+    const QString error = openTextForReading(fileName, file, stream, codecName);
+    if (!error.isEmpty()) {
+        _setLastError(error, TW_SOURCE_LOCATION);
         return false;
     }
     while (!stream.atEnd()) {
