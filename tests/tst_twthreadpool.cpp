@@ -171,31 +171,60 @@ private slots:
         QCOMPARE(threads.count(QPointer<TWThread>()), 4);
     }
 
-    // Every job runs once on at most four threads; in the end every thread is free and every worker gone.
-    void churn()
+    void backToBackJobs_data()
     {
+        QTest::addColumn<int>("poolSize");
+        QTest::addColumn<int>("batch"); // threads reserved before any of them starts
+        QTest::newRow("one thread, one job at a time") << 1 << 1;
+        QTest::newRow("two threads reserved together") << 2 << 2;
+    }
+
+    // Short jobs one after another: each end announces itself once per job the
+    // thread has served, and the late announcements reach the pool while the
+    // thread already waits for or runs a later job. Those must free nothing: a
+    // thread is never handed out while it runs or twice at once, and the final
+    // wait returns only once every job is over.
+    void backToBackJobs()
+    {
+        QFETCH(int, poolSize);
+        QFETCH(int, batch);
+        struct SlowWorker : Worker
+        {
+            void process() override
+            {
+                QThread::usleep(200);
+                emit finished();
+                runs.ref();
+            }
+        };
+        constexpr int Jobs = 1000;
         TWTest::RecordingLogger logger;
-        TWThreadPool pool(QString(), 4);
+        TWThreadPool pool(QString(), static_cast<unsigned short>(poolSize));
         pool.setLogger(&logger);
         QSet<TWThread*> used;
-        for (int i = 0; i < 300; ++i) {
-            // A late release of an earlier job would free the thread mid-job: settle it first.
-            TWThread* pThread = nullptr;
-            do {
-                QVERIFY((pThread = pool.waitingForReserveThread(Patience)));
-                settle(pThread);
-            } while (!pThread->isBusy());
-            used.insert(pThread);
-            pThread->setWorker(new Worker, true);
-            pThread->start();
+        int badHandOuts = 0;
+        for (int i = 0; i < Jobs; i += batch) {
+            QList<TWThread*> reserved;
+            for (int k = 0; k < batch; ++k) {
+                TWThread* pThread = pool.waitingForReserveThread(Patience);
+                QVERIFY(pThread);
+                badHandOuts += pThread->isRunning() || reserved.contains(pThread);
+                reserved << pThread;
+            }
+            for (TWThread* pThread : std::as_const(reserved)) {
+                used.insert(pThread);
+                pThread->setWorker(new SlowWorker, true);
+                pThread->start();
+            }
         }
         QVERIFY(pool.waitForAllThreadFinished(Patience));
-        for (TWThread* pThread : std::as_const(used)) {
-            settle(pThread);
-            QVERIFY(!pThread->isBusy() && !pThread->worker());
-        }
-        QVERIFY(used.size() <= 4 && logger.records().isEmpty());
-        QCOMPARE(QStringLiteral("%1 %2").arg(Worker::runs.loadRelaxed()).arg(Worker::alive.loadRelaxed()), QStringLiteral("300 0"));
+        const int runsAtReturn = Worker::runs.loadRelaxed();
+        for (TWThread* pThread : std::as_const(used))
+            QVERIFY(pThread->wait(Patience) && !pThread->isBusy() && !pThread->worker());
+        QCoreApplication::sendPostedEvents();
+        QCOMPARE(QStringLiteral("%1 bad hand-outs, %2 run at return").arg(badHandOuts).arg(runsAtReturn),
+                 QStringLiteral("0 bad hand-outs, %1 run at return").arg(Jobs));
+        QVERIFY(Worker::alive.loadRelaxed() == 0 && used.size() == poolSize && logger.records().isEmpty());
     }
 };
 

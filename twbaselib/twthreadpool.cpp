@@ -1,5 +1,7 @@
 #include "twthreadpool.h"
 
+#include "twlocker_p.h"
+
 #include <QtCore/qcoreapplication.h>
 #include <QtCore/qelapsedtimer.h>
 
@@ -118,10 +120,14 @@ TWThreadPool::~TWThreadPool()
     }
     for (TWThread* pThread : std::as_const(_threads)) {
         if (pThread->isRunning() && !pThread->wait(StopTimeoutMsec)) {
-            _setLastError(QStringLiteral("Couldn't stop thread: 0x%1 on time: %2 msec!")
-                              .arg(pointerDigits(pThread))
-                              .arg(StopTimeoutMsec),
-                          TW_SOURCE_LOCATION);
+            try {
+                _setLastError(QStringLiteral("Couldn't stop thread: 0x%1 on time: %2 msec!")
+                                  .arg(pointerDigits(pThread))
+                                  .arg(StopTimeoutMsec),
+                              TW_SOURCE_LOCATION);
+            } catch (const std::bad_alloc&) {
+                // A destructor cannot fail; the thread goes all the same.
+            }
         }
         delete pThread;
     }
@@ -140,41 +146,49 @@ TWThread* TWThreadPool::reserveThread()
 
 TWThread* TWThreadPool::_reserveThread(bool reportFailure)
 {
-    _mutex.lock();
+    // No exception leaves the pool: one thrown while a thread is made (Qt
+    // reports a failed allocation that way) is a failed reservation, and the
+    // locker has let go of the mutex by the time it is caught.
+    try {
+        QMutexLocker locker(&_mutex);
 
-    for (TWThread* pThread : std::as_const(_threads)) {
-        if (!pThread->_busy) {
-            pThread->_busy = true;
-            connect(pThread, SIGNAL(release(TWThread*)), this, SLOT(releaseThread(TWThread*)));
-            _mutex.unlock();
-            return pThread;
+        for (TWThread* pThread : std::as_const(_threads)) {
+            if (!pThread->_busy) {
+                pThread->_busy = true;
+                connect(pThread, SIGNAL(release(TWThread*)), this, SLOT(releaseThread(TWThread*)));
+                locker.unlock();
+                return pThread;
+            }
         }
-    }
 
-    if (_maxElement != 0 && _threads.size() >= _maxElement) {
-        _mutex.unlock();
-        if (reportFailure) {
-            _setLastError(QStringLiteral("Theres is no free thread and thread pool is full! Max element: %1.")
-                              .arg(_maxElement),
-                          TW_SOURCE_LOCATION);
+        if (_maxElement != 0 && _threads.size() >= _maxElement) {
+            locker.unlock();
+            if (reportFailure) {
+                _setLastError(QStringLiteral("Theres is no free thread and thread pool is full! Max element: %1.")
+                                  .arg(_maxElement),
+                              TW_SOURCE_LOCATION);
+            }
+            return nullptr;
         }
+
+        TWThread* pThread = new (std::nothrow) TWThread(QString(), this);
+        if (!pThread) {
+            // The mutex is deliberately left locked here: the pool is unusable
+            // once it cannot make a thread, and every later call blocks on it.
+            Internal::keepLocked(locker);
+            _setLastError(QStringLiteral("Couldn't allocate thread instance!"), TW_SOURCE_LOCATION);
+            return nullptr;
+        }
+
+        pThread->setLogger(logger());
+        pThread->_busy = true;
+        _threads.append(pThread);
+        connect(pThread, SIGNAL(release(TWThread*)), this, SLOT(releaseThread(TWThread*)));
+        locker.unlock();
+        return pThread;
+    } catch (const std::bad_alloc&) {
         return nullptr;
     }
-
-    TWThread* pThread = new (std::nothrow) TWThread(QString(), this);
-    if (!pThread) {
-        // The mutex is deliberately left locked here: the pool is unusable
-        // once it cannot make a thread, and every later call blocks on it.
-        _setLastError(QStringLiteral("Couldn't allocate thread instance!"), TW_SOURCE_LOCATION);
-        return nullptr;
-    }
-
-    pThread->setLogger(logger());
-    pThread->_busy = true;
-    _threads.append(pThread);
-    connect(pThread, SIGNAL(release(TWThread*)), this, SLOT(releaseThread(TWThread*)));
-    _mutex.unlock();
-    return pThread;
 }
 
 TWThread* TWThreadPool::waitingForReserveThread(int timeoutMsec)
@@ -195,23 +209,44 @@ TWThread* TWThreadPool::waitingForReserveThread(int timeoutMsec)
 
 bool TWThreadPool::releaseThread(TWThread* pThread)
 {
-    _mutex.lock();
+    // A thread announces the end of a run once for every worker it has been
+    // given, and the announcements need not all arrive in one pass of the
+    // event loop. The first one frees the thread; the rest must free nothing,
+    // or a later job would lose its thread while it runs, or while it waits
+    // reserved for its start. So once the first has freed the thread, the rest
+    // are delivered at once, while nothing listens to them (they are all
+    // posted by the time the thread's finishing touches are done). One that
+    // still arrives while the thread runs a later job, where the pool is used
+    // from another thread, is recognised as stale and ignored. A host's own
+    // call is always obeyed.
+    const bool announced = QThread::currentThread() == thread() && sender() == pThread;
 
-    for (TWThread* pKnown : std::as_const(_threads)) {
-        if (pKnown == pThread) {
-            disconnect(pThread, SIGNAL(release(TWThread*)), this, SLOT(releaseThread(TWThread*)));
-            pThread->removeWorker();
-            pThread->_busy = false;
-            _mutex.unlock();
-            return true;
+    try {
+        QMutexLocker locker(&_mutex);
+        for (TWThread* pKnown : std::as_const(_threads)) {
+            if (pKnown == pThread) {
+                if (announced && pThread->isRunning())
+                    return true;
+                disconnect(pThread, SIGNAL(release(TWThread*)), this, SLOT(releaseThread(TWThread*)));
+                pThread->removeWorker();
+                pThread->_busy = false;
+                locker.unlock();
+                if (announced && pThread->isFinished()) {
+                    pThread->wait();
+                    QCoreApplication::sendPostedEvents(pThread, QEvent::MetaCall);
+                }
+                return true;
+            }
         }
-    }
+        locker.unlock();
 
-    _mutex.unlock();
-    // Only the pointer's value is used: it may point anywhere.
-    _setLastError(QStringLiteral("The thread: 0x%1 is not in the thread pool!").arg(pointerDigits(pThread)),
-                  TW_SOURCE_LOCATION);
-    return false;
+        // Only the pointer's value is used: it may point anywhere.
+        _setLastError(QStringLiteral("The thread: 0x%1 is not in the thread pool!").arg(pointerDigits(pThread)),
+                      TW_SOURCE_LOCATION);
+        return false;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 bool TWThreadPool::isThereWorkingThread()

@@ -2,7 +2,6 @@
 
 #include "commandline.h"
 #include "demo.h"
-#include "poolhelpers.h"
 
 #include <twlogger.h>
 #include <twqueue.h>
@@ -79,7 +78,7 @@ bool consume(TW::TWThreadPool& pool, TW::TWQueue* queue, Tally& tally, const std
              int stopAt, const std::function<void(int)>& progress)
 {
     for (int c = 0; c < consumers; ++c) {
-        TW::TWThread* thread = settledThread(pool, pool.waitingForReserveThread(30000), 30000);
+        TW::TWThread* thread = pool.waitingForReserveThread(30000);
         if (!thread)
             return false;
         thread->setWorker(new ConsumerWorker(queue, &tally, &producing, stopAt), true);
