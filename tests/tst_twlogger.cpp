@@ -158,7 +158,7 @@ private slots:
             qputenv("TZ", zone);
             for (const QString& format : formats) {
                 for (qint64 msecs : times) {
-                    const QString expected = QDateTime::fromMSecsSinceEpoch(msecs, Qt::LocalTime).toString(format);
+                    const QString expected = QDateTime::fromMSecsSinceEpoch(msecs).toString(format);
                     QCOMPARE(TW::Internal::formatLocalDateTime(msecs, format), expected);
                 }
             }
@@ -274,6 +274,20 @@ private slots:
         QCOMPARE(dir.files().size(), files);
     }
 
+    // The limit is the file's size on the disk: lines that another logger
+    // appends count, so two loggers on one folder share it.
+    void twoLoggersShareTheLimit()
+    {
+        TWTest::TempWorkDir dir;
+        auto first = makeLogger(dir.path()), second = makeLogger(dir.path());
+        first->setMaxFileSize(598 * 10);
+        second->setMaxFileSize(598 * 10);
+        for (int i = 0; i < 100; ++i)
+            QVERIFY(log(i % 2 ? *second : *first, QStringLiteral("line %1").arg(i)));
+        for (const QString& name : dir.files())
+            QVERIFY2(dir.readFile(name).size() <= 598 * 11, qPrintable(name)); // one line over at most
+    }
+
     void settersReopenOrClose()
     {
         TWTest::TempWorkDir dir;
@@ -303,6 +317,21 @@ private slots:
         QVERIFY(log(*logger, QStringLiteral("back")));
         QVERIFY(dir.readFile(QStringLiteral("renamed_0000.log")).contains("back"));
         QCOMPARE(dir.files().size(), 3);
+    }
+
+    // A message that the memory left cannot hold fails alone: the next line,
+    // from another thread, is written (a lock left held would hang it).
+    void outOfMemoryFailsOneLine()
+    {
+#if defined(TW_SANITIZED) || !defined(Q_OS_LINUX)
+        QSKIP("Caps the address space, which the sanitizers' shadow memory does not fit in");
+#else
+        TWTest::TempWorkDir dir;
+        const auto result = TWTest::runProcess(TWTest::helperPath(QStringLiteral("tw_lowmemory")), {dir.path(), QStringLiteral("logger")});
+        QCOMPARE(result.out, QByteArray("huge-refused ok\nlogger-usable ok\n"));
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(linesOf(dir, QStringLiteral("twoutput_0000.log")).size(), 3);
+#endif
     }
 
     void threadsNeverInterleave()

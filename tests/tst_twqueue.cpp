@@ -258,6 +258,10 @@ private slots:
             << line(QStringLiteral(" {id} "), QStringLiteral(" 42 "), QStringLiteral(" k "), QStringLiteral(" n "), QStringLiteral(" d "))
             << QStringList{QStringLiteral("{id}|42|k| n | d ")} << false;
         QTest::newRow("timestamp that is no number") << line(a, QStringLiteral("soon"), {}, {}, x) << QStringList{QStringLiteral("a|0|||x")} << false;
+        // Written back under a name made from the time when the queue ends.
+        QTest::newRow("timestamp past the signed range") << line(a, QStringLiteral("9223372036854775808"), {}, {}, x)
+            << QStringList{QStringLiteral("a|9223372036854775808|||x")} << false;
+        QTest::newRow("timestamp past 64 bits") << line(a, QStringLiteral("18446744073709551616"), {}, {}, x) << QStringList{QStringLiteral("a|0|||x")} << false;
         QTest::newRow("line feed at the end") << line(a, one, {}, {}, x) + '\n' << QStringList{QStringLiteral("a|1|||x")} << false;
         QTest::newRow("utf-8 text") << line(a, one, QStringLiteral("\u00e9"), {}, QStringLiteral("\u65e5")) << QStringList{QStringLiteral("a|1|\u00e9||\u65e5")} << false;
         QTest::newRow("empty line") << line(a, one, {}, {}, x) + "\n\n" << QStringList() << true;
@@ -339,6 +343,34 @@ private slots:
         QVERIFY(push(*queue, QStringLiteral("x")));
         QCOMPARE(drain(*queue), QStringList{QStringLiteral("x")});
         QCOMPARE(cacheFiles(), QStringList{QStringLiteral("3.cache")});
+    }
+
+    // A host item that runs out of memory while it serialises: the queue
+    // keeps no block of it, reports the allocation, and stays usable.
+    void serializeThatThrows()
+    {
+        struct Throwing : TWQueueItemIface
+        {
+            QString serialize() override { throw std::bad_alloc(); }
+        } throwing;
+        Queue queue = open(0);
+        QVERIFY(!queue->enqueueItem(&throwing, QStringLiteral("k"), QStringLiteral("big")));
+        QCOMPARE(queue->lastErrorStr(), QStringLiteral("Couldn't allocate meta queue item instance for 'big'!"));
+        QVERIFY(TWTest::runThreads(1, [&queue](int) { QVERIFY(push(*queue, QStringLiteral("after"))); }));
+        QCOMPARE(drain(*queue), QStringList{QStringLiteral("after")});
+    }
+
+    // Out of memory for real, in a child: a record too large for its id and a
+    // batch too large to write fail, and another thread still gets through.
+    void outOfMemoryLeavesTheQueueUsable()
+    {
+#if defined(TW_SANITIZED) || !defined(Q_OS_LINUX)
+        QSKIP("Caps the address space, which the sanitizers' shadow memory does not fit in");
+#else
+        const auto result = TWTest::runProcess(TWTest::helperPath(QStringLiteral("tw_lowmemory")), {_dir->path(), QStringLiteral("queue")});
+        QCOMPARE(result.out, QByteArray("huge-refused ok\nbatch-refused ok\nqueue-usable ok\n"));
+        QCOMPARE(result.exitCode, 0);
+#endif
     }
 
     void crashKeepsExactlyTheFiles()

@@ -89,17 +89,22 @@ bool TWConfig::_initialize(const QString& fileName)
     }
     file.close();
 
-    _locker.lock();
-    _pSettings = new (std::nothrow) QSettings(path, QSettings::IniFormat);
-    if (!_pSettings) {
-        qCritical() << "Couldn't load config file!" << path;
-        _locker.unlock();
+    try {
+        QMutexLocker locker(&_locker);
+        _pSettings = new (std::nothrow) QSettings(path, QSettings::IniFormat);
+        if (!_pSettings) {
+            qCritical() << "Couldn't load config file!" << path;
+            locker.unlock();
+            return false;
+        }
+        _pSettings->sync();
+        _isInitialized = true;
+        locker.unlock();
+        return true;
+    } catch (const std::bad_alloc&) {
+        // Whatever was made stays owned by _pSettings and goes with the next load.
         return false;
     }
-    _pSettings->sync();
-    _isInitialized = true;
-    _locker.unlock();
-    return true;
 }
 
 bool TWConfig::_uninitialize()
@@ -115,15 +120,20 @@ bool TWConfig::_uninitialize()
 
 QVariant TWConfig::getValue(const QString& key, const QVariant& defaultValue)
 {
-    _locker.lock();
-    if (!_isInitialized) {
-        qWarning() << "Config handler is not initialized! Key:" << key << "Used value:" << defaultValue;
-        _locker.unlock();
+    // Running out of memory while reading gives the default, as any failed read does.
+    try {
+        QMutexLocker locker(&_locker);
+        if (!_isInitialized) {
+            qWarning() << "Config handler is not initialized! Key:" << key << "Used value:" << defaultValue;
+            locker.unlock();
+            return defaultValue;
+        }
+        const QVariant value = _pSettings->value(key, defaultValue);
+        locker.unlock();
+        return value.isValid() ? value : defaultValue;
+    } catch (const std::bad_alloc&) {
         return defaultValue;
     }
-    const QVariant value = _pSettings->value(key, defaultValue);
-    _locker.unlock();
-    return value.isValid() ? value : defaultValue;
 }
 
 QString TWConfig::getStrValue(const QString& key, const QString& defaultValue)

@@ -168,7 +168,7 @@ int localOffsetAt(qint64 secs)
     if (packed != ~quint64(0) && qint64(packed >> 20) == secs)
         return int(packed & 0xFFFFF) - OffsetBias;
 
-    const int offset = QDateTime::fromSecsSinceEpoch(secs, Qt::LocalTime).offsetFromUtc();
+    const int offset = QDateTime::fromSecsSinceEpoch(secs).offsetFromUtc();
     if (secs >= 0 && secs < (qint64(1) << 43) && offset > -OffsetBias && offset < OffsetBias)
         cache.store((quint64(secs) << 20) | quint64(offset + OffsetBias), std::memory_order_relaxed);
     return offset;
@@ -217,6 +217,12 @@ bool appendFastDate(QString& out, qint64 msecs, const ParsedFormat& parsed)
     if (!parsed.fast)
         return false;
 
+    // Times outside the years 1 to 9999 are left to Qt (a queue's cache file
+    // may carry any 64-bit time); within them nothing below can overflow.
+    constexpr qint64 Earliest = -62135596800000 - 86400000; // 0001-01-01, a day of time zones early
+    constexpr qint64 Latest = 253402300800000 + 86400000;   // 10000-01-01, a day late
+    if (msecs < Earliest || msecs > Latest)
+        return false;
     const qint64 secs = msecs >= 0 ? msecs / 1000 : (msecs - 999) / 1000;
     const int msec = int(msecs - secs * 1000);
     const qint64 local = secs + localOffsetAt(secs);
@@ -256,7 +262,7 @@ bool appendFastDate(QString& out, qint64 msecs, const ParsedFormat& parsed)
 void appendDate(QString& out, qint64 msecs, const QString& format)
 {
     if (!appendFastDate(out, msecs, parsedFormat(format)))
-        out += QDateTime::fromMSecsSinceEpoch(msecs, Qt::LocalTime).toString(format);
+        out += QDateTime::fromMSecsSinceEpoch(msecs).toString(format); // local time
 }
 
 bool containsMarker(QStringView text)
@@ -303,65 +309,70 @@ TWLogger* TWLogger::globalInstance()
 bool TWLogger::writeLog(const QString& msg, QtMsgType type, const QString& file, int line,
                         const QString& function)
 {
-    _locker.lock();
-    if (!_acceptedLogLevels.contains(int(type))) {
-        _locker.unlock();
-        return true;
-    }
-    if (_consoleOutput)
-        printLine(msg);
-    _locker.unlock();
-
-    // The line is built unlocked; only the write below is serialised.
-    const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    const char* const word = levelWord(type);
-    const qsizetype padding = qMax<qsizetype>(0, MessageWidth - msg.size());
-
     // One buffer per thread keeps its capacity from line to line.
     thread_local QString text;
-    text.resize(0);
-    const qsizetype need = 32 + msg.size() + padding + file.size() + function.size() + 64;
-    if (text.capacity() < need) // reserve() reallocates even when the capacity is just enough
-        text.reserve(need);
-    appendDate(text, now, _dateFormat);
+    // A message too large for the memory left is a line that could not be
+    // written; the lockers have let go by the time the failure is caught.
+    try {
+        QMutexLocker locker(&_locker);
+        if (!_acceptedLogLevels.contains(int(type)))
+            return true;
+        if (_consoleOutput)
+            printLine(msg);
+        locker.unlock();
 
-    // A '%' in the date, the message or the file takes part in the successive
-    // QString::arg calls that define the line; the direct build below gives the
-    // same text only when none of them holds one.
-    if (!containsMarker(text) && !containsMarker(msg) && !containsMarker(file)) {
-        text += u' ';
-        text += QLatin1String(word, 8);
-        text += QLatin1String(" - ");
-        text += msg;
-        text.resize(text.size() + padding, u' ');
-        text += QLatin1String(" - in '");
-        text += file;
-        text += QLatin1String("' file, line: ");
-        if (line >= 0 && line <= 99999) {
-            char digits[5];
-            for (int i = 4, v = line; i >= 0; --i, v /= 10)
-                digits[i] = char('0' + v % 10);
-            text += QLatin1String(digits, 5);
+        // The line is built unlocked; only the write below is serialised.
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        const char* const word = levelWord(type);
+        const qsizetype padding = qMax<qsizetype>(0, MessageWidth - msg.size());
+
+        text.resize(0);
+        const qsizetype need = 32 + msg.size() + padding + file.size() + function.size() + 64;
+        if (text.capacity() < need) // reserve() reallocates even when the capacity is just enough
+            text.reserve(need);
+        appendDate(text, now, _dateFormat);
+
+        // A '%' in the date, the message or the file takes part in the successive
+        // QString::arg calls that define the line; the direct build below gives the
+        // same text only when none of them holds one.
+        if (!containsMarker(text) && !containsMarker(msg) && !containsMarker(file)) {
+            text += u' ';
+            text += QLatin1String(word, 8);
+            text += QLatin1String(" - ");
+            text += msg;
+            text.resize(text.size() + padding, u' ');
+            text += QLatin1String(" - in '");
+            text += file;
+            text += QLatin1String("' file, line: ");
+            if (line >= 0 && line <= 99999) {
+                char digits[5];
+                for (int i = 4, v = line; i >= 0; --i, v /= 10)
+                    digits[i] = char('0' + v % 10);
+                text += QLatin1String(digits, 5);
+            } else {
+                text += QStringLiteral("%1").arg(line, 5, 10, QLatin1Char('0'));
+            }
+            text += QLatin1String(", function: '");
+            text += function;
+            text += u'\'';
         } else {
-            text += QStringLiteral("%1").arg(line, 5, 10, QLatin1Char('0'));
+            const QString dateText = text;
+            text = QStringLiteral("%1 %2 - %3 - in '%4' file, line: %5, function: '%6'")
+                       .arg(dateText)
+                       .arg(QLatin1String(word, 8))
+                       .arg(msg.leftJustified(MessageWidth, u' '))
+                       .arg(file)
+                       .arg(line, 5, 10, QLatin1Char('0'))
+                       .arg(function);
         }
-        text += QLatin1String(", function: '");
-        text += function;
-        text += u'\'';
-    } else {
-        const QString dateText = text;
-        text = QStringLiteral("%1 %2 - %3 - in '%4' file, line: %5, function: '%6'")
-                   .arg(dateText)
-                   .arg(QLatin1String(word, 8))
-                   .arg(msg.leftJustified(MessageWidth, u' '))
-                   .arg(file)
-                   .arg(line, 5, 10, QLatin1Char('0'))
-                   .arg(function);
+        const bool written = _writeLine(text);
+        if (text.capacity() > ReleaseAbove)
+            text = QString(); // an outsized message does not pin its memory to the thread
+        return written;
+    } catch (const std::bad_alloc&) {
+        text = QString();
+        return false;
     }
-    const bool written = _writeLine(text);
-    if (text.capacity() > ReleaseAbove)
-        text = QString(); // an outsized message does not pin its memory to the thread
-    return written;
 }
 
 bool TWLogger::writeLog(QtMsgType type, const QMessageLogContext& context, const QString& msg)
@@ -393,10 +404,9 @@ bool TWLogger::_writeLine(const QString& line)
         return false;
     }
     // Tested before the write, so a line is never split nor refused for its
-    // length. The file is open for appending and positioned at its end, so its
-    // position is its size as this logger knows it; that saves a stat call per
-    // line. (Appends by another writer show at the next reopen.)
-    if (_file.pos() >= _maxFileSize && !_initialize(true)) {
+    // length. The size is the file's as it stands on the disk, so lines that
+    // another logger or process appended to the same file count too.
+    if (_file.size() >= _maxFileSize && !_initialize(true)) {
         printLine(QStringLiteral("Error on reinitialize log file! Last log message:") + line);
         return false;
     }
