@@ -26,6 +26,7 @@ private slots:
         QTest::newRow("unknown option") << "log --bogus x" << 2 << QByteArray() << QByteArray("twtool log: Unknown option 'bogus'.");
         QTest::newRow("no message") << "log" << 2 << QByteArray() << QByteArray("no message given");
         QTest::newRow("bad level") << "log --level loud x" << 2 << QByteArray() << QByteArray("unknown level 'loud'");
+        QTest::newRow("number that is no level") << "log --level 101 x" << 2 << QByteArray() << QByteArray("or a number from 0 to 4");
         QTest::newRow("bad size") << "log --max-size big x" << 2 << QByteArray() << QByteArray("--max-size takes a number");
     }
 

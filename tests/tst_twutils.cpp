@@ -7,6 +7,8 @@
 #include <QtCore/QRandomGenerator>
 #include <QtTest/QTest>
 
+#include <limits>
+
 #include <climits>
 
 using TW::TWUtils;
@@ -141,6 +143,28 @@ private slots:
         // The integer form divides the range widths as integers first.
         QCOMPARE(TWUtils::scaleTo(qint64(3), 0, 10, 0, 25), qint64(6));
         QCOMPARE(TWUtils::scaleTo(qint64(5), 3, 3, 7, 12), qint64(7)); // no ratio: no divide fault
+    }
+
+    void integerScaleAtTheEnds_data()
+    {
+        QTest::addColumn<QList<qint64>>("args"); // value, fromMin, fromMax, toMin, toMax
+        QTest::addColumn<qint64>("expected");
+        const qint64 lo = std::numeric_limits<qint64>::min(), hi = std::numeric_limits<qint64>::max();
+        QTest::newRow("target wider than qint64 can count") << QList<qint64>{1, 0, 1, 0, hi} << hi;
+        QTest::newRow("both widths past qint64") << QList<qint64>{0, lo, hi, lo, hi} << qint64(0);
+        QTest::newRow("value distance past qint64") << QList<qint64>{hi, lo, lo + 2, 0, 2} << hi;
+        QTest::newRow("negative ratio to the bottom") << QList<qint64>{hi, 0, -1, 0, 1} << lo;
+        QTest::newRow("divide by -1") << QList<qint64>{lo, 0, -1, 0, 1} << hi;
+        QTest::newRow("ordinary numbers stay exact") << QList<qint64>{-7, -10, 10, -100, 100} << qint64(-70);
+    }
+
+    // The widths and the distance of the value are taken exactly; the answer
+    // stops at the ends of the type instead of wrapping.
+    void integerScaleAtTheEnds()
+    {
+        QFETCH(QList<qint64>, args);
+        QFETCH(qint64, expected);
+        QCOMPARE(TWUtils::scaleTo(args.at(0), args.at(1), args.at(2), args.at(3), args.at(4)), expected);
     }
 
     void files_data()

@@ -354,18 +354,48 @@ double TWUtils::scaleTo(const double& value, const double& fromMin, const double
     return (value - fromMin) * ((toMax - toMin) / (fromMax - fromMin)) + toMin;
 }
 
+namespace {
+
+// A difference of two qint64 values, which may need 65 bits: its sign and its
+// magnitude, both exact.
+struct WideDifference
+{
+    bool negative;
+    quint64 magnitude;
+
+    double toDouble() const { return negative ? -double(magnitude) : double(magnitude); }
+};
+
+WideDifference difference(qint64 a, qint64 b)
+{
+    return a >= b ? WideDifference{false, quint64(a) - quint64(b)} : WideDifference{true, quint64(b) - quint64(a)};
+}
+
+} // namespace
+
 qint64 TWUtils::scaleTo(const qint64& value, const qint64& fromMin, const qint64& fromMax, const qint64& toMin,
                         const qint64& toMax)
 {
     // The ratio is an integer division on purpose; callers depend on a
     // narrower target range collapsing onto toMin. Equal source bounds would
     // divide by zero and take the process down; they get the ratio 0 instead,
-    // as does every source range wider than the target one. (Dividing by -1
-    // is done by negation, since the smallest qint64 has no positive twin.)
-    const qint64 toWidth = toMax - toMin;
-    const qint64 fromWidth = fromMax - fromMin;
-    const double ratio = fromWidth == 0 ? 0.0 : fromWidth == -1 ? -double(toWidth) : double(toWidth / fromWidth);
-    return qint64(double(value - fromMin) * ratio + double(toMin));
+    // as does every source range wider than the target one. The widths are
+    // taken exactly, however far apart the bounds lie, and the answer stops at
+    // the ends of qint64 rather than wrap.
+    const WideDifference toWidth = difference(toMax, toMin);
+    const WideDifference fromWidth = difference(fromMax, fromMin);
+    double ratio = 0.0;
+    if (fromWidth.magnitude != 0) {
+        const quint64 quotient = toWidth.magnitude / fromWidth.magnitude; // truncates toward zero
+        ratio = toWidth.negative != fromWidth.negative ? -double(quotient) : double(quotient);
+    }
+    const double result = difference(value, fromMin).toDouble() * ratio + double(toMin);
+    constexpr double Top = 9223372036854775808.0; // 2^63, the first value past qint64
+    if (result >= Top)
+        return std::numeric_limits<qint64>::max();
+    if (result < -Top)
+        return std::numeric_limits<qint64>::min();
+    return qint64(result);
 }
 
 bool TWUtils::run(QString program, QString arguments, QString workingFolder, const bool& useSystem,

@@ -14,7 +14,7 @@ namespace {
 
 constexpr qsizetype MaxOffset = 2176;   // farthest a sequence reaches back
 constexpr qsizetype MaxLength = 0x10000; // longest sequence
-constexpr qsizetype MaxInput = 0xFFFFFFFF; // positions are kept in 32 bits
+constexpr qint64 MaxInput = 0xFFFFFFFF; // positions are kept in 32 bits
 
 /*
  * The output of a decoder: a QByteArray written through a raw pointer. The
@@ -49,6 +49,17 @@ Output start(QByteArray& buffer, qsizetype capacity)
 {
     buffer.resize(capacity + Slack);
     return {buffer.data(), 0, capacity};
+}
+
+// The result, cut to its size. The buffer grew by guesses and doublings, so it
+// may hold several times what the result needs: that is given back, where a
+// shrink in place is cheap and the caller may keep the array for long.
+QByteArray finish(QByteArray& buffer, qsizetype size)
+{
+    buffer.resize(size);
+    if (buffer.capacity() - size > size / 8 + 64)
+        buffer.squeeze();
+    return buffer;
 }
 
 // Copies len bytes from offset bytes back. The source may run into the bytes
@@ -125,7 +136,8 @@ Q_ALWAYS_INLINE quint64 topBits(int bits)
 // A first guess at the expanded size: ZX7 rarely does better than 4:1 on real data.
 qsizetype initialOutputSize(qsizetype inputSize, qsizetype limit)
 {
-    const qsizetype guess = inputSize < (qsizetype(1) << 40) ? std::max<qsizetype>(256, inputSize * 4) : inputSize;
+    const qsizetype guess = inputSize < std::numeric_limits<qsizetype>::max() / 4 ? std::max<qsizetype>(256, inputSize * 4)
+                                                                                  : inputSize;
     return std::min(guess, std::max<qsizetype>(limit, 1));
 }
 
@@ -477,10 +489,13 @@ TWZX7& TWZX7::operator=(TWZX7&& /*other*/) noexcept
 // ---------------------------------------------------------------------------
 // Decoding
 
-// The readers are inline so that the decoding loop, their only user, gets them
-// without calls.
+// The stream's own bit readers. The members of the class hand on to these
+// file-local copies, which the decoding loop, their only user here, gets
+// inline without calls.
 
-Q_ALWAYS_INLINE int TWZX7::_readZX7Byte(const QByteArray& input, quint64& inputIndex)
+namespace {
+
+Q_ALWAYS_INLINE int readByte(const QByteArray& input, quint64& inputIndex)
 {
     // Past the end every byte reads as 0 and the index stays where it is.
     if (inputIndex >= quint64(input.size()))
@@ -488,22 +503,22 @@ Q_ALWAYS_INLINE int TWZX7::_readZX7Byte(const QByteArray& input, quint64& inputI
     return uchar(input.constData()[inputIndex++]);
 }
 
-Q_ALWAYS_INLINE int TWZX7::_readZX7Bit(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
+Q_ALWAYS_INLINE int readBit(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
 {
     bitMask >>= 1;
     if (bitMask == 0) {
         bitMask = 128;
-        bitValue = _readZX7Byte(input, inputIndex);
+        bitValue = readByte(input, inputIndex);
     }
     return (bitValue & bitMask) ? 1 : 0;
 }
 
-Q_ALWAYS_INLINE int TWZX7::_readEliasGamma(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
+Q_ALWAYS_INLINE int readEliasGamma(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
 {
     // The count is not bounded while it runs (only 16 or more matters, so it
     // stops growing there rather than overflow).
     int zeros = 0;
-    while (!_readZX7Bit(input, inputIndex, bitMask, bitValue)) {
+    while (!readBit(input, inputIndex, bitMask, bitValue)) {
         if (zeros < 16)
             ++zeros;
     }
@@ -511,19 +526,41 @@ Q_ALWAYS_INLINE int TWZX7::_readEliasGamma(const QByteArray& input, quint64& inp
         return -1; // the end marker
     int value = 1;
     while (zeros-- > 0)
-        value = (value << 1) | _readZX7Bit(input, inputIndex, bitMask, bitValue);
+        value = (value << 1) | readBit(input, inputIndex, bitMask, bitValue);
     return value;
 }
 
-Q_ALWAYS_INLINE int TWZX7::_readZX7Offset(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
+Q_ALWAYS_INLINE int readOffset(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
 {
-    const int value = _readZX7Byte(input, inputIndex);
+    const int value = readByte(input, inputIndex);
     if (value < 128)
         return value;
     int high = 0;
     for (int k = 0; k < 4; ++k)
-        high = (high << 1) | _readZX7Bit(input, inputIndex, bitMask, bitValue);
+        high = (high << 1) | readBit(input, inputIndex, bitMask, bitValue);
     return ((high << 7) | (value & 127)) + 128;
+}
+
+} // namespace
+
+int TWZX7::_readZX7Byte(const QByteArray& input, quint64& inputIndex)
+{
+    return readByte(input, inputIndex);
+}
+
+int TWZX7::_readZX7Bit(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
+{
+    return readBit(input, inputIndex, bitMask, bitValue);
+}
+
+int TWZX7::_readEliasGamma(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
+{
+    return readEliasGamma(input, inputIndex, bitMask, bitValue);
+}
+
+int TWZX7::_readZX7Offset(const QByteArray& input, quint64& inputIndex, int& bitMask, int& bitValue)
+{
+    return readOffset(input, inputIndex, bitMask, bitValue);
 }
 
 QByteArray TWZX7::decompress(const QByteArray& input)
@@ -535,10 +572,10 @@ QByteArray TWZX7::decompress(const QByteArray& input)
         const QByteArray& input;
         ReaderState& st;
 
-        int bit() { return _readZX7Bit(input, st.index, st.bitMask, st.bitValue); }
-        int byte() { return _readZX7Byte(input, st.index); }
-        int gamma() { return _readEliasGamma(input, st.index, st.bitMask, st.bitValue); }
-        int offset() { return _readZX7Offset(input, st.index, st.bitMask, st.bitValue); }
+        int bit() { return readBit(input, st.index, st.bitMask, st.bitValue); }
+        int byte() { return readByte(input, st.index); }
+        int gamma() { return readEliasGamma(input, st.index, st.bitMask, st.bitValue); }
+        int offset() { return readOffset(input, st.index, st.bitMask, st.bitValue); }
         bool overrun() const { return false; }
     };
 
@@ -553,8 +590,7 @@ QByteArray TWZX7::decompress(const QByteArray& input)
         if (!decodeTokens(reinterpret_cast<const uchar*>(input.constData()), quint64(input.size()), st, slow,
                           buffer, out, unlimited))
             return QByteArray();
-        buffer.resize(out.size);
-        return buffer;
+        return finish(buffer, out.size);
     } catch (const std::bad_alloc&) {
         return QByteArray();
     }
@@ -577,10 +613,10 @@ QByteArray TWZX7::decompress(const QByteArray& input, qsizetype maxOutputSize, b
         out.p[out.size++] = char(first);
         if (!decodeTokens(data, quint64(input.size()), st, slow, buffer, out, limit))
             return QByteArray();
+        QByteArray result = finish(buffer, out.size);
         if (ok)
             *ok = true;
-        buffer.resize(out.size);
-        return buffer;
+        return result;
     } catch (const std::bad_alloc&) {
         return QByteArray();
     }
@@ -589,55 +625,90 @@ QByteArray TWZX7::decompress(const QByteArray& input, qsizetype maxOutputSize, b
 // ---------------------------------------------------------------------------
 // Encoding
 
-// The helpers below are inline for the same reason as the readers.
+// The encoder's helpers, file-local and inline for the same reason as the
+// readers; the members hand on to them.
 
-Q_ALWAYS_INLINE int TWZX7::_eliasGammaBits(int value)
+namespace {
+
+Q_ALWAYS_INLINE int eliasGammaBits(int value)
 {
     // 1, and 2 more for each halving that leaves the value above 1.
     return value > 1 ? 1 + 2 * (31 - int(qCountLeadingZeroBits(quint32(value)))) : 1;
 }
 
-Q_ALWAYS_INLINE int TWZX7::_countBits(const int& offset, const int& len)
+Q_ALWAYS_INLINE int countBits(int offset, int len)
 {
-    return 1 + (offset > 128 ? 12 : 8) + _eliasGammaBits(len - 1);
+    return 1 + (offset > 128 ? 12 : 8) + eliasGammaBits(len - 1);
 }
 
-Q_ALWAYS_INLINE void TWZX7::_writeZX7Byte(QByteArray& output, long& diff, const int& value)
+Q_ALWAYS_INLINE void writeByte(QByteArray& output, long& diff, int value)
 {
     output.append(char(value & 0xFF));
     --diff;
 }
 
-Q_ALWAYS_INLINE void TWZX7::_writeZX7Bit(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
+Q_ALWAYS_INLINE void writeBit(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, int value)
 {
     if (bitMask == 0) {
         bitMask = 128;
         bitIndex = quint64(output.size());
-        _writeZX7Byte(output, diff, 0);
+        writeByte(output, diff, 0);
     }
     if (value > 0)
         output.data()[bitIndex] = char(uchar(output.constData()[bitIndex]) | bitMask);
     bitMask >>= 1;
 }
 
-Q_ALWAYS_INLINE void TWZX7::_writeEliasGamma(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
+Q_ALWAYS_INLINE void writeEliasGamma(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, int value)
 {
     int test = 2;
     while (test <= value) {
-        _writeZX7Bit(output, diff, bitIndex, bitMask, 0);
+        writeBit(output, diff, bitIndex, bitMask, 0);
         test <<= 1;
     }
     while ((test >>= 1) > 0)
-        _writeZX7Bit(output, diff, bitIndex, bitMask, value & test);
+        writeBit(output, diff, bitIndex, bitMask, value & test);
 }
 
-Q_ALWAYS_INLINE void TWZX7::_readRawBytes(const int& count, long& diff, long& delta)
+Q_ALWAYS_INLINE void readRawBytes(int count, long& diff, long& delta)
 {
     // diff and delta track how far the output runs ahead of the input; the
     // stream does not depend on them.
     diff += count;
     if (diff > delta)
         delta = diff;
+}
+
+} // namespace
+
+int TWZX7::_eliasGammaBits(int value)
+{
+    return eliasGammaBits(value);
+}
+
+int TWZX7::_countBits(const int& offset, const int& len)
+{
+    return countBits(offset, len);
+}
+
+void TWZX7::_writeZX7Byte(QByteArray& output, long& diff, const int& value)
+{
+    writeByte(output, diff, value);
+}
+
+void TWZX7::_writeZX7Bit(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
+{
+    writeBit(output, diff, bitIndex, bitMask, value);
+}
+
+void TWZX7::_writeEliasGamma(QByteArray& output, long& diff, quint64& bitIndex, int& bitMask, const int& value)
+{
+    writeEliasGamma(output, diff, bitIndex, bitMask, value);
+}
+
+void TWZX7::_readRawBytes(const int& count, long& diff, long& delta)
+{
+    readRawBytes(count, diff, delta);
 }
 
 /*
@@ -679,7 +750,7 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
 {
     QList<TWCompOptimal> optimal;
     const qsizetype size = input.size();
-    if (size == 0 || size > MaxInput || skip < 0 || skip >= size)
+    if (size == 0 || qint64(size) > MaxInput || skip < 0 || skip >= size)
         return optimal;
 
     // pairs[pair] is the latest position at which the byte pair ended.
@@ -699,6 +770,8 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
     // Records are appended as the search goes, into room reserved at once, so
     // that each is written once; the skipped bytes get empty ones.
     optimal.reserve(size);
+    if (optimal.capacity() < size)
+        return QList<TWCompOptimal>(); // Qt gives up silently when it cannot reserve: so do we, but audibly
     optimal.resize(skip);
     optimal.append(TWCompOptimal{8, 0, 0}); // the first byte is always a literal
     const uchar* in = reinterpret_cast<const uchar*>(input.constData());
@@ -718,7 +791,7 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
         qint32 bestOffset = 0;
         qint32 bestLen = 0;
 
-        const qsizetype cap = std::min(MaxLength, i - skip); // no sequence may start before skip
+        const qsizetype cap = std::min<qsizetype>(MaxLength, i - skip); // no sequence may start before skip
         const qsizetype lowest = i - cap + 1;                // lowest position a sequence may cover
         qsizetype reached = 1;                               // longest length costed so far
 
@@ -757,7 +830,7 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
                 const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
                 const qsizetype to = std::min<qsizetype>(len, qsizetype(2) << band);
                 const quint64 floorBits = rec[i - to].bits;
-                const quint64 cost = floorBits + quint64(_countBits(int(offset), int(to)));
+                const quint64 cost = floorBits + quint64(countBits(int(offset), int(to)));
                 if (cost < bestBits) {
                     // The shortest length of the band that costs as little.
                     qsizetype lo = from;
@@ -859,7 +932,7 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
 QByteArray TWZX7::compress(const QByteArray& input, long skip)
 {
     const qsizetype size = input.size();
-    if (size == 0 || size > MaxInput || skip < 0 || skip >= size)
+    if (size == 0 || qint64(size) > MaxInput || skip < 0 || skip >= size)
         return QByteArray();
     try {
         QList<TWCompOptimal> optimal = _optimize(input, skip);
@@ -886,35 +959,35 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
         quint64 bitIndex = 0;
         int bitMask = 0;
 
-        _writeZX7Byte(output, diff, in[skip]);
-        _readRawBytes(1, diff, delta);
+        writeByte(output, diff, in[skip]);
+        readRawBytes(1, diff, delta);
         for (qsizetype pos = qsizetype(rec[skip].bits); pos != 0; pos = qsizetype(rec[pos].bits)) {
             const TWCompOptimal& token = rec[pos];
             if (token.len == 0) {
-                _writeZX7Bit(output, diff, bitIndex, bitMask, 0);
-                _writeZX7Byte(output, diff, in[pos]);
-                _readRawBytes(1, diff, delta);
+                writeBit(output, diff, bitIndex, bitMask, 0);
+                writeByte(output, diff, in[pos]);
+                readRawBytes(1, diff, delta);
                 continue;
             }
-            _writeZX7Bit(output, diff, bitIndex, bitMask, 1);
-            _writeEliasGamma(output, diff, bitIndex, bitMask, token.len - 1);
+            writeBit(output, diff, bitIndex, bitMask, 1);
+            writeEliasGamma(output, diff, bitIndex, bitMask, token.len - 1);
             int offset = token.offset - 1;
             if (offset < 128) {
-                _writeZX7Byte(output, diff, offset);
+                writeByte(output, diff, offset);
             } else {
                 offset -= 128;
-                _writeZX7Byte(output, diff, (offset & 127) | 128);
+                writeByte(output, diff, (offset & 127) | 128);
                 for (int mask = 0x400; mask > 0x40; mask >>= 1)
-                    _writeZX7Bit(output, diff, bitIndex, bitMask, offset & mask);
+                    writeBit(output, diff, bitIndex, bitMask, offset & mask);
             }
-            _readRawBytes(token.len, diff, delta);
+            readRawBytes(token.len, diff, delta);
         }
 
         // End marker: a sequence flag and a gamma code with sixteen leading zeros.
-        _writeZX7Bit(output, diff, bitIndex, bitMask, 1);
+        writeBit(output, diff, bitIndex, bitMask, 1);
         for (int k = 0; k < 16; ++k)
-            _writeZX7Bit(output, diff, bitIndex, bitMask, 0);
-        _writeZX7Bit(output, diff, bitIndex, bitMask, 1);
+            writeBit(output, diff, bitIndex, bitMask, 0);
+        writeBit(output, diff, bitIndex, bitMask, 1);
         return output;
     } catch (const std::bad_alloc&) {
         return QByteArray();

@@ -23,9 +23,10 @@ bool parseLevel(const QString& text, int& level)
             return true;
         }
     }
+    // A number must name one of the five levels: anything else is no QtMsgType.
     bool ok = false;
     level = word.toInt(&ok);
-    return ok;
+    return ok && level >= QtDebugMsg && level <= QtInfoMsg;
 }
 
 } // namespace
@@ -70,7 +71,9 @@ int runLogCommand(const QStringList& arguments)
 
     int level = QtInfoMsg;
     if (parser.isSet(QStringLiteral("level")) && !parseLevel(parser.value(QStringLiteral("level")), level))
-        return Tool::usageError(command, QStringLiteral("unknown level '%1'.").arg(parser.value(QStringLiteral("level"))));
+        return Tool::usageError(command, QStringLiteral("unknown level '%1': say debug, info, warning, critical, fatal "
+                                                        "or a number from 0 to 4.")
+                                             .arg(parser.value(QStringLiteral("level"))));
 
     qint64 maxSize = -1;
     if (!Tool::intOption(parser, command, QStringLiteral("max-size"), std::numeric_limits<qint64>::min(),
