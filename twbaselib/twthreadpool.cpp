@@ -219,12 +219,14 @@ bool TWThreadPool::releaseThread(TWThread* pThread)
     // still arrives while the thread runs a later job, where the pool is used
     // from another thread, is recognised as stale and ignored. A host's own
     // call is always obeyed.
-    const bool announced = QThread::currentThread() == thread() && sender() == pThread;
+    const QObject* const pSender = QThread::currentThread() == thread() ? sender() : nullptr;
 
     try {
         QMutexLocker locker(&_mutex);
         for (TWThread* pKnown : std::as_const(_threads)) {
             if (pKnown == pThread) {
+                // Compared only now: a pointer that is not one of ours is never used as an object.
+                const bool announced = pSender == pKnown;
                 if (announced && pThread->isRunning())
                     return true;
                 disconnect(pThread, SIGNAL(release(TWThread*)), this, SLOT(releaseThread(TWThread*)));
