@@ -123,7 +123,8 @@ private:
     static void handle(QtMsgType type, const QMessageLogContext&, const QString& text)
     {
         QMutexLocker locker(&_mutex);
-        _lines << QString::fromLatin1("DWCFI" + type, 1) + QLatin1Char(' ') + text;
+        static const char letters[] = "DWCFI"; // QtDebugMsg to QtInfoMsg
+        _lines << QString(QLatin1Char(letters[type])) + QLatin1Char(' ') + text;
     }
     static inline QMutex _mutex;
     static inline QStringList _lines;

@@ -114,7 +114,7 @@ bool demoConfiguration(DemoContext& context)
     say(QStringLiteral("Demo.Offset  -> range: %1, elements: %2 (a hyphen is always the range mark, so \"-5\"")
             .arg(isRange ? QStringLiteral("yes") : QStringLiteral("no"), elementsText(offset)));
     say(QStringLiteral("                reads as a range that ends at 5; an unquoted list such as \"-1, -2\" keeps its signs)"));
-    ok &= isRange && offset == QList<QVariant>({5});
+    ok &= isRange && offset == QList<QVariant>{QVariant(5)};
     const QList<QVariant> absent = config.getValueRange(QStringLiteral("Demo.Threads"), isRange, QMetaType::Int,
                                                         QStringLiteral("2, 4"));
     say(QStringLiteral("Demo.Threads -> absent, so the default \"2, 4\" is read instead: %1").arg(elementsText(absent)));
