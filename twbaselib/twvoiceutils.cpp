@@ -102,7 +102,8 @@ bool TWVoiceUtils::loadFrequencyTable(const QString& fileName, std::map<double, 
             continue;
         const QStringList pieces = line.split(QLatin1Char('-'), Qt::SkipEmptyParts);
         if (pieces.size() != 2) {
-            errorText = QStringLiteral("Invalid format in line: %1! File: '%2'").arg(lineNumber).arg(fileName);
+            errorText = QStringLiteral("Invalid format in line: %1! File: '%2'")
+                            .arg(QString::number(lineNumber), fileName);
             return false;
         }
         double values[2];
@@ -111,10 +112,9 @@ bool TWVoiceUtils::loadFrequencyTable(const QString& fileName, std::map<double, 
             bool ok = false;
             values[k] = piece.toDouble(&ok);
             if (!ok) {
+                // Filled at once, so that a "%2" in the piece stays as it is.
                 errorText = QStringLiteral("Invalid frequnecy value: '%1' in line: %2! File: '%3'")
-                                .arg(piece)
-                                .arg(lineNumber)
-                                .arg(fileName);
+                                .arg(piece, QString::number(lineNumber), fileName);
                 return false;
             }
         }

@@ -43,7 +43,7 @@ bool readTones(const QString& path, QList<TWVoice>& voices, QString& error)
         if (fields.isEmpty())
             continue;
         const auto bad = [&](const QString& why) {
-            error = QStringLiteral("%1:%2: %3").arg(path).arg(i + 1).arg(why);
+            error = QStringLiteral("%1:%2: %3").arg(path, QString::number(i + 1), why);
             return false;
         };
         if (fields.size() != 3)
@@ -243,11 +243,8 @@ int runVoiceCommand(const QStringList& arguments)
     if (!Wav::save(out, wav, error))
         return Tool::failure(Command, error);
     Tool::out(QStringLiteral("%1: %2 tone(s), %3 s, %4 Hz, %5, %6 bytes")
-                  .arg(out)
-                  .arg(voices.size())
-                  .arg(seconds, 0, 'f', 3)
-                  .arg(rate)
-                  .arg(sampleSize == 64 ? QStringLiteral("32-bit float") : QStringLiteral("%1-bit").arg(sampleSize))
-                  .arg(wav.size()));
+                  .arg(out, QString::number(voices.size()), QString::number(seconds, 'f', 3), QString::number(rate),
+                       sampleSize == 64 ? QStringLiteral("32-bit float") : QStringLiteral("%1-bit").arg(sampleSize),
+                       QString::number(wav.size())));
     return Tool::Success;
 }

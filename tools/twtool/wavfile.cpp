@@ -79,7 +79,7 @@ bool save(const QString& path, const QByteArray& data, QString& error)
     if (written != data.size()) {
         error = written < 0 ? QStringLiteral("cannot write '%1': %2").arg(path, file.errorString())
                             : QStringLiteral("cannot write '%1': only %2 of %3 bytes went in (is the disk full?)")
-                                  .arg(path).arg(written).arg(data.size());
+                                  .arg(path, QString::number(written), QString::number(data.size()));
         return false;
     }
     if (!file.commit()) {
@@ -87,7 +87,7 @@ bool save(const QString& path, const QByteArray& data, QString& error)
         return false;
     }
     if (QFileInfo(path).size() != data.size()) {
-        error = QStringLiteral("'%1' does not hold the %2 bytes written to it.").arg(path).arg(data.size());
+        error = QStringLiteral("'%1' does not hold the %2 bytes written to it.").arg(path, QString::number(data.size()));
         return false;
     }
     return true;
