@@ -130,7 +130,6 @@ private slots:
         QTest::newRow("no action") << "" << 2 << "say render or text";
         QTest::newRow("bits") << "render tones.txt x.wav --bits 24" << 2 << "--bits takes 8, 16, 32 or float";
         QTest::newRow("min alone") << "render tones.txt x.wav --min 0.1" << 2 << "go together";
-        QTest::newRow("render option on text") << "text tones.txt {f} --rate 8000" << 2 << "--rate applies to render only";
         QTest::newRow("missing tones") << "render absent.txt x.wav" << 1 << "Couldn't open file: 'absent.txt'!";
         QTest::newRow("bad line") << "render bad.txt x.wav" << 1 << "bad.txt:3: 'loud' is no velocity";
         QTest::newRow("bad table") << "render tones.txt x.wav --table bad.txt" << 1

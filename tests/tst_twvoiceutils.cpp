@@ -20,12 +20,9 @@ QList<TWVoice> voices(const QString& text)
     QList<TWVoice> out;
     for (const QString& item : text.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
         const QStringList f = item.split(QLatin1Char('/'));
-        TWVoice v;
-        v.frequency = f.at(0).toDouble();
-        v.duration = f.at(1).toDouble();
-        v.velocity = f.at(2).toInt();
-        v.extra = 7.5; // rides along untouched
-        out.append(v);
+        out.append(TWVoice());
+        out.last().frequency = f.at(0).toDouble(), out.last().duration = f.at(1).toDouble();
+        out.last().velocity = f.at(2).toInt(), out.last().extra = 7.5; // extra rides along untouched
     }
     return out;
 }
@@ -59,16 +56,14 @@ QByteArray referenceSamples(const QList<TWVoice>& list, int rate, int size, bool
         const double step = v.frequency * 2.0 * M_PI / rate;
         const double amplitude = useVelocity ? v.velocity / 127.0 : 1.0;
         for (int n = 0; n < count; ++n) {
-            const double value = amplitude * std::sin(step * n);
-            if (size == 64) {
-                const float f = float(value * double(TWVoiceUtils::TWSSFMUL));
-                out.append(reinterpret_cast<const char*>(&f), 4);
-                continue;
-            }
-            const double product = value * double(size == 32 ? TWVoiceUtils::TWSS32MUL
-                                                              : size == 16 ? TWVoiceUtils::TWSS16MUL : TWVoiceUtils::TWSS8MUL);
+            const double product = amplitude * std::sin(step * n)
+                                   * double(size == 64   ? TWVoiceUtils::TWSSFMUL
+                                            : size == 32 ? TWVoiceUtils::TWSS32MUL
+                                            : size == 16 ? TWVoiceUtils::TWSS16MUL : TWVoiceUtils::TWSS8MUL);
+            const float f = float(product);
             const qint32 i = std::abs(product) < 2147483648.0 ? qint32(product) : std::numeric_limits<qint32>::min();
-            out.append(reinterpret_cast<const char*>(&i), size == 32 ? 4 : size == 16 ? 2 : 1);
+            out.append(size == 64 ? reinterpret_cast<const char*>(&f) : reinterpret_cast<const char*>(&i),
+                       size == 64 || size == 32 ? 4 : size == 16 ? 2 : 1);
         }
     }
     return out;
@@ -117,6 +112,7 @@ private slots:
         QTest::newRow("minus in an exponent") << QByteArray("1e-3 - 5") << "" << "Invalid format in line: 1! File: '%1'";
         QTest::newRow("no number") << QByteArray("100 - abc") << "" << "Invalid frequnecy value: 'abc' in line: 1! File: '%1'";
         QTest::newRow("blank piece") << QByteArray("1-2\n100 -  - ") << "1>2" << "Invalid frequnecy value: '' in line: 2! File: '%1'";
+        QTest::newRow("no file") << QByteArray() << "" << "Couldn't load frequency table file: '%1'!";
     }
 
     void loadFrequencyTable()
@@ -125,25 +121,17 @@ private slots:
         QFETCH(QString, expected);
         QFETCH(QString, error);
         TWTest::TempWorkDir dir;
+        TWTest::RecordingLogger logger; // keeps a failed read off the output
+        TW::TWUtils::setLogger(&logger);
         const QString path = dir.filePath(QStringLiteral("table.txt"));
-        QVERIFY(dir.writeFile(QStringLiteral("table.txt"), content));
+        QVERIFY(error.startsWith(QLatin1String("Couldn't")) || dir.writeFile(QStringLiteral("table.txt"), content));
         std::map<double, double> loaded{{1.0, 1.0}};
         QString errorText = QStringLiteral("kept on success");
         QCOMPARE(TWVoiceUtils::loadFrequencyTable(path, loaded, errorText), error.isEmpty());
+        TW::TWUtils::setLogger(nullptr);
         QCOMPARE(errorText, error.isEmpty() ? QStringLiteral("kept on success") : error.arg(path));
         QCOMPARE(loaded, table(expected));
-    }
-
-    void loadFrequencyTableMissing()
-    {
-        TWTest::RecordingLogger logger; // keeps the read failure off the output
-        TW::TWUtils::setLogger(&logger);
-        std::map<double, double> loaded{{1.0, 1.0}};
-        QString errorText;
-        QVERIFY(!TWVoiceUtils::loadFrequencyTable(QStringLiteral("no/such.txt"), loaded, errorText));
-        QCOMPARE(errorText, QStringLiteral("Couldn't load frequency table file: 'no/such.txt'!"));
-        QVERIFY(loaded.empty() && TW::TWUtils::lastError().startsWith(QLatin1String("Couldn't open file: 'no/such.txt'!")));
-        TW::TWUtils::setLogger(nullptr);
+        QVERIFY(!error.startsWith(QLatin1String("Couldn't")) || TW::TWUtils::lastError().startsWith(QLatin1String("Couldn't open")));
     }
 
     void convertFrequency_data()
@@ -310,7 +298,6 @@ private slots:
         QTest::newRow("phase restarts per voice")
             << "440/0.01/100 0/0.005/1 523.25/0.0123/50 -5/0.002/127 330/-1/9 440/0.0071/127" << 8000 << 16 << true
             << 2 * (80 + 40 + 98 + 16 + 56) << QByteArray();
-        QTest::newRow("32-bit, velocity") << "987.7/0.02/100 440/0.013/127" << 44100 << 32 << true << 4 * (882 + 573) << QByteArray();
         QTest::newRow("float, velocity") << "987.7/0.02/100 440/0.013/127" << 44100 << 64 << true << 4 * (882 + 573) << QByteArray();
     }
 
