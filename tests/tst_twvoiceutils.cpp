@@ -89,12 +89,6 @@ private slots:
         QCOMPARE(TWVoiceUtils::midiNoteToFrequency(69.0), 440.0);
         QCOMPARE(TWVoiceUtils::midiNoteToFrequency(81.0), 880.0);
         QVERIFY(qAbs(TWVoiceUtils::minFrequency() - 8.1758) < 1e-4 && qAbs(TWVoiceUtils::maxFrequency() - 12543.854) < 1e-3);
-
-        // A scale that a host changes applies to the next rendering.
-        TWVoiceUtils::TWSS16MUL = 2.0f;
-        const QByteArray scaled = TWVoiceUtils::voicesToAudioSample(voices("1/1/127"), 4, 16, false, nullptr);
-        TWVoiceUtils::TWSS16MUL = 32767.0f;
-        QCOMPARE(scaled.toHex(), QByteArray("00000200" "0000feff"));
     }
 
     void loadFrequencyTable_data()
@@ -162,13 +156,10 @@ private slots:
         QCOMPARE(TWVoiceUtils::convertFrequency(frequency, table(entries)), expected);
     }
 
-    void convertFrequenciesAndSeconds()
+    void convertFrequencies()
     {
         const QList<TWVoice> in = voices("150/0.5/1 250/0.25/2");
         QCOMPARE(str(TWVoiceUtils::convertFrequencies(in, table("100>1 200>2 300>3"))), QStringLiteral("1/0.5/1 2.5/0.25/2"));
-        QVERIFY(TWVoiceUtils::convertFrequencies({}, table("1>2")).isEmpty());
-        QCOMPARE(TWVoiceUtils::secondsOfVoices(in), 0.75);
-        QCOMPARE(TWVoiceUtils::secondsOfVoices({}), 0.0);
     }
 
     void addVoiceToVoices_data()
