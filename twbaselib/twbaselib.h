@@ -15,5 +15,6 @@
 #include "twthreadpool.h"
 #include "tweventfilter.h"
 #include "twconfig.h"
+#include "twimageext.h"
 
 #endif // TWBASELIB_H
