@@ -3,6 +3,7 @@
 #include "twutils.h"
 
 #include <QtCore/qbuffer.h>
+#include <QtCore/qendian.h>
 #include <QtCore/qfileinfo.h>
 #include <QtGui/qpainter.h>
 
@@ -98,6 +99,9 @@ public:
             _pos = pos;
     }
     quint64 left() const { return _size - _pos; }
+    const uchar* end() const { return _data + _size; }
+    const uchar* current() const { return _data + _pos; }
+    void setCurrent(const uchar* p) { _pos = quint64(p - _data); }
     bool atEnd() const { return _pos >= _size; }
 
 private:
@@ -139,204 +143,283 @@ TgaHeader readTgaHeader(const uchar* p)
 // How a packet loop ended.
 enum class PacketEnd { Done, NoPacketByte, ShortRun, ShortRaw };
 
-// Copies n pixels of three bytes, exchanging the first and third byte of each:
-// the file's blue-green-red becomes red-green-blue.
-void swapCopy3(uchar* dst, const uchar* src, qsizetype n)
+// The file stores blue, green, red (and alpha); the image wants red, green,
+// blue (and alpha). Every copy below exchanges the outer bytes as it goes, so
+// the pixels are touched once.
+
+#if defined(__SSE2__)
+// Pixels in one 16-byte block: five of three bytes (the 16th byte is then
+// garbage) or four of four bytes.
+template <int Bpp>
+constexpr int BlockPixels = Bpp == 3 ? 5 : 4;
+
+// Exchanges the outer bytes of each pixel of a block. Shifting the block by
+// two bytes either way lines each pixel's outer bytes up with each other.
+template <int Bpp>
+inline __m128i swapBlock(__m128i v)
+{
+    if constexpr (Bpp == 3) {
+        const __m128i keep = _mm_setr_epi8(0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0);
+        const __m128i fromRight = _mm_setr_epi8(-1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, 0);
+        const __m128i fromLeft = _mm_setr_epi8(0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0);
+        return _mm_or_si128(_mm_and_si128(v, keep), _mm_or_si128(_mm_and_si128(_mm_srli_si128(v, 2), fromRight),
+                                                                 _mm_and_si128(_mm_slli_si128(v, 2), fromLeft)));
+    } else {
+        const __m128i low = _mm_set1_epi32(0xFF);
+        return _mm_or_si128(_mm_and_si128(v, _mm_set1_epi32(int(0xFF00FF00u))),
+                            _mm_or_si128(_mm_and_si128(_mm_srli_epi32(v, 16), low),
+                                         _mm_slli_epi32(_mm_and_si128(v, low), 16)));
+    }
+}
+
+inline __m128i load(const uchar* p)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+inline void store(uchar* p, __m128i v)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
+}
+
+// Bytes that swapCopyOver() and fillOver() may touch for n pixels, past the
+// n pixels' own: whole blocks are read and written.
+template <int Bpp>
+inline qsizetype blockSpan(qsizetype n)
+{
+    const qsizetype blocks = (n + BlockPixels<Bpp> - 1) / BlockPixels<Bpp>;
+    return (blocks - 1) * BlockPixels<Bpp> * Bpp + 16;
+}
+
+// swapCopy() in whole blocks, reading and writing up to blockSpan() bytes.
+template <int Bpp>
+inline void swapCopyOver(uchar* dst, const uchar* src, qsizetype n)
+{
+    for (qsizetype i = 0; i < n; i += BlockPixels<Bpp>, src += BlockPixels<Bpp> * Bpp, dst += BlockPixels<Bpp> * Bpp)
+        store(dst, swapBlock<Bpp>(load(src)));
+}
+
+// A block of the pixel \a value (in the image's order, the low bytes of the
+// word) repeated: the first 16 bytes of a run.
+template <int Bpp>
+inline __m128i repeatBlock(quint32 value)
+{
+    if constexpr (Bpp == 3) {
+        const quint64 v = value & 0xFFFFFFu;
+        return _mm_set_epi64x(qint64(v >> 16 | v << 8 | v << 32 | v << 56), qint64(v | v << 24 | v << 48));
+    } else {
+        return _mm_set1_epi32(int(value));
+    }
+}
+
+// Writes the pixel \a value (already in the image's order) n times, in whole
+// 16-byte stores: up to 15 bytes past the pixels are written.
+template <int Bpp>
+inline void fillOver(uchar* dst, quint32 value, qsizetype n)
+{
+    const qsizetype bytes = n * Bpp;
+    if constexpr (Bpp == 4) {
+        const __m128i v = _mm_set1_epi32(int(value));
+        for (qsizetype i = 0; i < bytes; i += 16)
+            store(dst + i, v);
+    } else {
+        // Three bytes repeated have a period of 48 bytes: three blocks, built
+        // from the three 64-bit words of its 24-byte half period.
+        const quint64 v = value;
+        const quint64 w0 = v | v << 24 | v << 48;
+        const quint64 w1 = v >> 16 | v << 8 | v << 32 | v << 56;
+        const quint64 w2 = v >> 8 | v << 16 | v << 40;
+        const __m128i period[3] = {_mm_set_epi64x(qint64(w1), qint64(w0)), _mm_set_epi64x(qint64(w0), qint64(w2)),
+                                   _mm_set_epi64x(qint64(w2), qint64(w1))};
+        for (qsizetype i = 0, k = 0; i < bytes; i += 16, k = k == 2 ? 0 : k + 1)
+            store(dst + i, period[k]);
+    }
+}
+#endif
+
+// Copies n pixels, exchanging the outer bytes of each.
+template <int Bpp>
+void swapCopy(uchar* dst, const uchar* src, qsizetype n)
 {
 #if defined(__SSE2__)
-    // Five pixels per 16-byte block. Shifting the block by two bytes either
-    // way lines up each pixel's outer bytes with each other; the 16th byte
-    // stored is wrong and is overwritten by the next block, so a block is
-    // only taken while a sixth pixel follows.
-    const __m128i keep = _mm_setr_epi8(0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0);
-    const __m128i fromRight = _mm_setr_epi8(-1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, 0);
-    const __m128i fromLeft = _mm_setr_epi8(0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0);
-    for (; n >= 6; n -= 5, src += 15, dst += 15) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-        const __m128i out = _mm_or_si128(_mm_and_si128(v, keep),
-                                         _mm_or_si128(_mm_and_si128(_mm_srli_si128(v, 2), fromRight),
-                                                      _mm_and_si128(_mm_slli_si128(v, 2), fromLeft)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), out);
-    }
+    // Whole blocks while they stay inside the n pixels.
+    const qsizetype step = BlockPixels<Bpp>;
+    for (; n * Bpp >= 16 + (Bpp == 3 ? 2 : 0); n -= step, src += step * Bpp, dst += step * Bpp)
+        store(dst, swapBlock<Bpp>(load(src)));
 #endif
-    for (; n > 0; --n, src += 3, dst += 3) {
-        const uchar b = src[0];
+    for (; n > 0; --n, src += Bpp, dst += Bpp) {
+        const uchar first = src[0];
         dst[0] = src[2];
         dst[1] = src[1];
-        dst[2] = b;
+        dst[2] = first;
+        if constexpr (Bpp == 4)
+            dst[3] = src[3];
     }
 }
 
-// The same for four-byte pixels, whose fourth byte (alpha) stays.
-void swapCopy4(uchar* dst, const uchar* src, qsizetype n)
-{
-#if defined(__SSE2__)
-    const __m128i middle = _mm_set1_epi32(int(0xFF00FF00u));
-    const __m128i low = _mm_set1_epi32(0xFF);
-    for (; n >= 4; n -= 4, src += 16, dst += 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-        const __m128i out = _mm_or_si128(_mm_and_si128(v, middle),
-                                         _mm_or_si128(_mm_and_si128(_mm_srli_epi32(v, 16), low),
-                                                      _mm_slli_epi32(_mm_and_si128(v, low), 16)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), out);
-    }
-#endif
-    for (; n > 0; --n, src += 4, dst += 4) {
-        quint32 w;
-        std::memcpy(&w, src, 4);
-        w = (w & 0xFF00FF00u) | ((w >> 16) & 0xFFu) | ((w & 0xFFu) << 16);
-        std::memcpy(dst, &w, 4);
-    }
-}
-
+// The pixel at \a src as a word of the image's bytes, first byte lowest.
 template <int Bpp>
-inline void swapCopy(uchar* dst, const uchar* src, qsizetype n)
+inline quint32 swappedPixel(const uchar* src)
 {
-    if constexpr (Bpp == 3)
-        swapCopy3(dst, src, n);
-    else
-        swapCopy4(dst, src, n);
+    const quint32 rgb = quint32(src[2]) | quint32(src[1]) << 8 | quint32(src[0]) << 16;
+    return Bpp == 4 ? rgb | quint32(src[3]) << 24 : rgb;
 }
 
-// Writes the pixel at \a pixel (already in the image's byte order) n times.
+// Writes the pixel \a value n times: a long run doubles what is already written.
 template <int Bpp>
-inline void fillPixels(uchar* dst, const uchar* pixel, qsizetype n)
+void fill(uchar* dst, quint32 value, qsizetype n)
 {
-    if constexpr (Bpp == 4) {
-        quint32 w;
-        std::memcpy(&w, pixel, 4);
-        for (qsizetype i = 0; i < n; ++i)
-            std::memcpy(dst + 4 * i, &w, 4);
-    } else {
-        // A short run is stored pixel by pixel; a long one doubles what is
-        // already written.
-        std::memcpy(dst, pixel, Bpp);
-        if (n <= 4) {
-            for (qsizetype i = 1; i < n; ++i)
-                std::memcpy(dst + Bpp * i, pixel, Bpp);
-            return;
-        }
-        qsizetype done = 1;
-        while (done < n) {
-            const qsizetype chunk = std::min(done, n - done);
-            std::memcpy(dst + Bpp * done, dst, size_t(Bpp * chunk));
-            done += chunk;
-        }
+    uchar pixel[4];
+    qToLittleEndian(value, pixel);
+    const qsizetype first = std::min<qsizetype>(n, 8);
+    for (qsizetype i = 0; i < first; ++i)
+        std::memcpy(dst + i * Bpp, pixel, Bpp);
+    for (qsizetype done = first; done < n;) {
+        const qsizetype chunk = std::min(done, n - done);
+        std::memcpy(dst + done * Bpp, dst, size_t(chunk * Bpp));
+        done += chunk;
     }
 }
 
 /*
- * Puts decoded pixels straight into the rows of the target image, in the
- * image's byte order: the file's row i lands on image row i when the file is
- * stored top down and on row height - 1 - i otherwise. Pixels never straddle
- * rows, since a row is a whole number of them. What comes after the last row
- * (the end of a packet that runs past the image) is dropped.
+ * The packet loop of a run-length encoded picture, walked without keeping the
+ * pixels: for depths that end in a refusal anyway, and for pictures that can't
+ * be held. The write position is a 32-bit count of bytes and the end is tested
+ * only after each packet, so the first packet is always read and a packet may
+ * run past the image; such a packet is read whole. decodePackets(), which
+ * keeps the pixels, takes the same steps.
  */
-template <int Bpp>
-class RowWriter
+PacketEnd countPackets(ByteReader& in, quint32 imageSize, quint32 bpp)
 {
-public:
-    static constexpr quint32 bytesPerPixel = Bpp;
-
-    RowWriter(QImage& image, bool topDown)
-        : _width(image.width()), _rowsLeft(image.height()),
-          _step(topDown ? image.bytesPerLine() : -image.bytesPerLine())
-    {
-        if (_rowsLeft > 0 && _width > 0) {
-            _row = image.bits() + (topDown ? 0 : (_rowsLeft - 1) * image.bytesPerLine());
-            _left = _width;
-        } else {
-            _rowsLeft = 0;
-        }
-    }
-
-    void raw(const uchar* src, qsizetype n)
-    {
-        while (n > 0 && _rowsLeft > 0) {
-            const qsizetype k = std::min(n, _left);
-            swapCopy<Bpp>(_row + (_width - _left) * Bpp, src, k);
-            src += k * Bpp;
-            n -= k;
-            advance(k);
-        }
-    }
-
-    void run(const uchar* value, qsizetype n)
-    {
-        uchar pixel[Bpp];
-        swapCopy<Bpp>(pixel, value, 1);
-        while (n > 0 && _rowsLeft > 0) {
-            const qsizetype k = std::min(n, _left);
-            fillPixels<Bpp>(_row + (_width - _left) * Bpp, pixel, k);
-            n -= k;
-            advance(k);
-        }
-    }
-
-private:
-    void advance(qsizetype k)
-    {
-        _left -= k;
-        if (_left == 0) {
-            _row += _step;
-            _left = _width;
-            --_rowsLeft;
-        }
-    }
-
-    qsizetype _width;
-    qsizetype _rowsLeft;
-    qsizetype _step;
-    uchar* _row = nullptr;
-    qsizetype _left = 0;
-};
-
-// Walks the packets without keeping their pixels: for depths that end in a
-// refusal anyway, and for pictures that can't be held.
-struct PacketCounter
-{
-    quint32 bytesPerPixel;
-    void raw(const uchar*, qsizetype) {}
-    void run(const uchar*, qsizetype) {}
-};
-
-/*
- * The packet loop of a run-length encoded picture. The write position is a
- * 32-bit count of bytes and the end is tested only after each packet, so the
- * first packet is always read and a packet may run past the image; such a
- * packet is read whole and its excess dropped by the sink.
- */
-template <typename Sink>
-PacketEnd readPackets(ByteReader& in, quint32 imageSize, Sink& sink)
-{
-    const quint32 bpp = sink.bytesPerPixel;
     quint32 pos = 0;
     do {
         const uchar* packet = in.take(1);
         if (!packet)
             return PacketEnd::NoPacketByte;
         const quint32 count = (*packet & 0x7F) + 1u;
-        if (*packet & 0x80) {
-            const uchar* value = in.take(bpp);
-            if (!value)
-                return PacketEnd::ShortRun;
-            sink.run(value, count);
-        } else {
-            const uchar* values = in.take(quint64(count) * bpp);
-            if (!values)
-                return PacketEnd::ShortRaw;
-            sink.raw(values, count);
-        }
+        if (!in.take(*packet & 0x80 ? bpp : quint64(count) * bpp))
+            return *packet & 0x80 ? PacketEnd::ShortRun : PacketEnd::ShortRaw;
         pos += count * bpp;
     } while (pos < imageSize);
     return PacketEnd::Done;
 }
 
+/*
+ * The packet loop of countPackets(), putting the pixels straight into the rows
+ * of \a image: the file's row i lands on image row i when the file is stored
+ * top down and on row height - 1 - i otherwise. A row holds a whole number of
+ * pixels, so no pixel straddles two; what a packet holds past the last row is
+ * dropped. The image is no larger than the 32-bit write position can count.
+ *
+ * A packet that lies inside the current row with room to spare, and, for raw
+ * pixels, inside the input, is moved in whole 16-byte blocks: the bytes
+ * written past it belong to the same row and are overwritten by the packets
+ * that follow. Other packets go pixel-exact, row by row. The state lives in
+ * locals, since every store through a byte pointer could otherwise change a
+ * member in the compiler's eyes.
+ */
 template <int Bpp>
 PacketEnd decodePackets(ByteReader& in, quint32 imageSize, QImage& image, bool topDown)
 {
-    RowWriter<Bpp> writer(image, topDown);
-    return readPackets(in, imageSize, writer);
+    const uchar* p = in.current();
+    const uchar* const end = in.end();
+    const qsizetype rowBytes = qsizetype(image.width()) * Bpp;
+    const qsizetype step = topDown ? image.bytesPerLine() : -image.bytesPerLine();
+    qsizetype rowsLeft = rowBytes > 0 ? image.height() : 0;
+    uchar* out = nullptr;
+    uchar* rowEnd = nullptr;
+    if (rowsLeft > 0) {
+        out = image.bits() + (topDown ? 0 : (rowsLeft - 1) * image.bytesPerLine());
+        rowEnd = out + rowBytes;
+    }
+    // Moves on by n pixels, to the next row when this one is full.
+    const auto advance = [&](qsizetype n) {
+        out += n * Bpp;
+        if (out != rowEnd)
+            return;
+        if (--rowsLeft > 0) {
+            out = rowEnd - rowBytes + step;
+            rowEnd = out + rowBytes;
+        } else {
+            out = rowEnd = nullptr;
+        }
+    };
+
+    quint32 pos = 0;
+    do {
+        if (p == end) {
+            in.setCurrent(p);
+            return PacketEnd::NoPacketByte;
+        }
+        const quint32 header = *p++;
+        const qsizetype count = (header & 0x7F) + 1;
+        const qsizetype bytes = count * Bpp;
+#if defined(__SSE2__)
+        // The common short packet of either kind fits one block and goes
+        // without a branch on its kind, which is as good as random in a photo:
+        // both the pixels as they stand and the first one repeated are made,
+        // and the header picks.
+        if (count <= BlockPixels<Bpp> && rowEnd - out >= 16 && end - p >= 16) {
+            const quint32 run = header >> 7;
+            const __m128i raw = swapBlock<Bpp>(load(p));
+            const __m128i pick = _mm_set1_epi32(-int(run));
+            store(out, _mm_or_si128(_mm_and_si128(pick, repeatBlock<Bpp>(quint32(_mm_cvtsi128_si32(raw)))),
+                                    _mm_andnot_si128(pick, raw)));
+            p += run ? Bpp : bytes;
+            advance(count);
+            pos += quint32(bytes);
+            continue;
+        }
+#endif
+        if (header & 0x80) {
+            if (end - p < Bpp) {
+                in.setCurrent(end);
+                return PacketEnd::ShortRun;
+            }
+            const quint32 value = swappedPixel<Bpp>(p);
+            p += Bpp;
+#if defined(__SSE2__)
+            if (rowEnd - out >= bytes + 16) {
+                fillOver<Bpp>(out, value, count);
+                advance(count);
+            } else
+#endif
+            {
+                for (qsizetype n = count; n > 0 && rowsLeft > 0;) {
+                    const qsizetype k = std::min<qsizetype>(n, (rowEnd - out) / Bpp);
+                    fill<Bpp>(out, value, k);
+                    n -= k;
+                    advance(k);
+                }
+            }
+        } else {
+            if (end - p < bytes) {
+                in.setCurrent(end);
+                return PacketEnd::ShortRaw;
+            }
+#if defined(__SSE2__)
+            const qsizetype span = blockSpan<Bpp>(count);
+            if (rowEnd - out >= span && end - p >= span) {
+                swapCopyOver<Bpp>(out, p, count);
+                advance(count);
+            } else
+#endif
+            {
+                const uchar* src = p;
+                for (qsizetype n = count; n > 0 && rowsLeft > 0;) {
+                    const qsizetype k = std::min<qsizetype>(n, (rowEnd - out) / Bpp);
+                    swapCopy<Bpp>(out, src, k);
+                    src += k * Bpp;
+                    n -= k;
+                    advance(k);
+                }
+            }
+            p += bytes;
+        }
+        pos += quint32(bytes);
+    } while (pos < imageSize);
+    in.setCurrent(p);
+    return PacketEnd::Done;
 }
 
 template <int Bpp>
@@ -470,8 +553,7 @@ QString TWImageExt::tgaFromQByteArray(const QByteArray& data, QImage& image)
         } else if (holdable) {
             end = decodePackets<4>(in, imageSize, result, topDown);
         } else {
-            PacketCounter counter{bytesPerPixel};
-            end = readPackets(in, imageSize, counter);
+            end = countPackets(in, imageSize, bytesPerPixel);
         }
         switch (end) {
         case PacketEnd::NoPacketByte:
