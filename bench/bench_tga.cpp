@@ -1,8 +1,9 @@
 // TGA decoding in megapixels per second: TWImageExt::tgaFromQByteArray beside
 // stb_image (stbi_load_from_memory) on the same bytes, in one program. Pictures
 // of 2048 x 2048 at 24 and 32 bits: uncompressed, run-length encoded from a
-// photo-like picture (smooth shading with grain: mostly raw packets and short
-// runs) and from one with large flat areas (long runs). The rows of the two
+// photo-like picture (smooth shading with grain: short runs and short raw
+// packets, three pixels a packet) and from one with large flat areas (long runs), and, when the shared
+// corpus is there, a real photo (fireworks.jpeg) tiled. The rows of the two
 // decoders alternate; run with --benchmark_repetitions=N and
 // --benchmark_enable_random_interleaving=true to mix them further. At the end
 // the ratio of the two decoders is printed for each file (medians when
@@ -22,6 +23,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 
@@ -29,7 +31,7 @@ namespace {
 
 constexpr int Side = 2048;
 
-enum Content { Photo, Flat };
+enum Content { Photo, Flat, Corpus };
 
 QImage makePicture(Content content, QImage::Format format)
 {
@@ -74,6 +76,22 @@ QString packetStats(const QByteArray& file, int bpp)
     return QStringLiteral("%1 pixels per packet, %2% of pixels in runs")
         .arg(double(pixels) / double(packets), 0, 'f', 1)
         .arg(100.0 * double(runPixels) / double(pixels), 0, 'f', 0);
+}
+
+// A real photo from the shared corpus, when it is there, tiled over the whole picture.
+QImage corpusPhoto(QImage::Format format)
+{
+    const QImage photo = QImage(QStringLiteral(TW_CORPUS_DIR "/fireworks.jpeg")).convertToFormat(format);
+    if (photo.isNull())
+        return photo;
+    QImage image(Side, Side, format);
+    const int bpp = image.depth() / 8;
+    for (int y = 0; y < Side; ++y) {
+        for (int x = 0; x < Side; x += photo.width())
+            std::memcpy(image.scanLine(y) + x * bpp, photo.constScanLine(y % photo.height()),
+                        size_t(std::min(photo.width(), Side - x) * bpp));
+    }
+    return image;
 }
 
 void decodeWithLibrary(benchmark::State& state, const QByteArray& file)
@@ -151,10 +169,14 @@ int main(int argc, char** argv)
         Content content;
         bool rle;
     };
-    const Sample samples[] = {{"raw", Photo, false}, {"rle_photo", Photo, true}, {"rle_flat", Flat, true}};
+    const Sample samples[] = {{"raw", Photo, false}, {"rle_photo", Photo, true}, {"rle_flat", Flat, true},
+                              {"rle_fireworks", Corpus, true}};
     for (const QImage::Format format : {QImage::Format_RGB888, QImage::Format_RGBA8888}) {
         for (const Sample& sample : samples) {
-            const QByteArray file = TWTest::tgaFile(makePicture(sample.content, format), sample.rle, false);
+            const QImage picture = sample.content == Corpus ? corpusPhoto(format) : makePicture(sample.content, format);
+            if (picture.isNull())
+                continue;
+            const QByteArray file = TWTest::tgaFile(picture, sample.rle, false);
             const std::string name = std::to_string(QImage::toPixelFormat(format).bitsPerPixel()) + "bit_" + sample.name;
             std::printf("%s: %lld bytes%s\n", name.c_str(), static_cast<long long>(file.size()),
                         sample.rle ? qPrintable(QStringLiteral(", ") + packetStats(file, format == QImage::Format_RGB888 ? 3 : 4)) : "");

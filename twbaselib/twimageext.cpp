@@ -115,6 +115,9 @@ private:
 // ---------------------------------------------------------------------------
 
 constexpr int TgaHeaderSize = 18;
+// The largest pixel data decoded: it leaves the 32-bit write position room
+// for a last packet that runs past the end, so that it never wraps.
+constexpr quint64 LargestImageSize = 0xFFFFF000u;
 
 struct TgaHeader
 {
@@ -182,21 +185,13 @@ inline void store(uchar* p, __m128i v)
     _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
 }
 
-// Bytes that swapCopyOver() and fillOver() may touch for n pixels, past the
-// n pixels' own: whole blocks are read and written.
+// Bytes touched when n pixels are moved in whole blocks, the blocks' ends
+// past the pixels included.
 template <int Bpp>
 inline qsizetype blockSpan(qsizetype n)
 {
     const qsizetype blocks = (n + BlockPixels<Bpp> - 1) / BlockPixels<Bpp>;
     return (blocks - 1) * BlockPixels<Bpp> * Bpp + 16;
-}
-
-// swapCopy() in whole blocks, reading and writing up to blockSpan() bytes.
-template <int Bpp>
-inline void swapCopyOver(uchar* dst, const uchar* src, qsizetype n)
-{
-    for (qsizetype i = 0; i < n; i += BlockPixels<Bpp>, src += BlockPixels<Bpp> * Bpp, dst += BlockPixels<Bpp> * Bpp)
-        store(dst, swapBlock<Bpp>(load(src)));
 }
 
 // A block of the pixel \a value (in the image's order, the low bytes of the
@@ -311,12 +306,10 @@ PacketEnd countPackets(ByteReader& in, quint32 imageSize, quint32 bpp)
  * pixels, so no pixel straddles two; what a packet holds past the last row is
  * dropped. The image is no larger than the 32-bit write position can count.
  *
- * A packet that lies inside the current row with room to spare, and, for raw
- * pixels, inside the input, is moved in whole 16-byte blocks: the bytes
- * written past it belong to the same row and are overwritten by the packets
- * that follow. Other packets go pixel-exact, row by row. The state lives in
- * locals, since every store through a byte pointer could otherwise change a
- * member in the compiler's eyes.
+ * Most packets go in whole 16-byte blocks (below); those near the end of a
+ * row or of the input go pixel-exact, row by row. The state lives in locals,
+ * since every store through a byte pointer could otherwise change a member in
+ * the compiler's eyes.
  */
 template <int Bpp>
 PacketEnd decodePackets(ByteReader& in, quint32 imageSize, QImage& image, bool topDown)
@@ -355,16 +348,23 @@ PacketEnd decodePackets(ByteReader& in, quint32 imageSize, QImage& image, bool t
         const qsizetype count = (header & 0x7F) + 1;
         const qsizetype bytes = count * Bpp;
 #if defined(__SSE2__)
-        // The common short packet of either kind fits one block and goes
-        // without a branch on its kind, which is as good as random in a photo:
-        // both the pixels as they stand and the first one repeated are made,
-        // and the header picks.
-        if (count <= BlockPixels<Bpp> && rowEnd - out >= 16 && end - p >= 16) {
+        // A packet that lies inside the row and the input with room to spare
+        // goes in whole 16-byte blocks, without a branch on its kind, which
+        // is as good as random in a photo: each block is made both from the
+        // input as it stands and from the first pixel repeated (a block holds
+        // whole pixels, so the repeated block fits at any block's place), and
+        // the header picks one. The bytes stored past the packet belong to
+        // the same row and are overwritten by the packets that follow.
+        const qsizetype span = blockSpan<Bpp>(count);
+        if (rowEnd - out >= span && end - p >= span) {
             const quint32 run = header >> 7;
-            const __m128i raw = swapBlock<Bpp>(load(p));
             const __m128i pick = _mm_set1_epi32(-int(run));
-            store(out, _mm_or_si128(_mm_and_si128(pick, repeatBlock<Bpp>(quint32(_mm_cvtsi128_si32(raw)))),
-                                    _mm_andnot_si128(pick, raw)));
+            const __m128i first = swapBlock<Bpp>(load(p));
+            const __m128i repeated = _mm_and_si128(pick, repeatBlock<Bpp>(quint32(_mm_cvtsi128_si32(first))));
+            store(out, _mm_or_si128(repeated, _mm_andnot_si128(pick, first)));
+            constexpr qsizetype blockBytes = BlockPixels<Bpp> * Bpp;
+            for (qsizetype at = blockBytes; at < bytes; at += blockBytes)
+                store(out + at, _mm_or_si128(repeated, _mm_andnot_si128(pick, swapBlock<Bpp>(load(p + at)))));
             p += run ? Bpp : bytes;
             advance(count);
             pos += quint32(bytes);
@@ -397,22 +397,13 @@ PacketEnd decodePackets(ByteReader& in, quint32 imageSize, QImage& image, bool t
                 in.setCurrent(end);
                 return PacketEnd::ShortRaw;
             }
-#if defined(__SSE2__)
-            const qsizetype span = blockSpan<Bpp>(count);
-            if (rowEnd - out >= span && end - p >= span) {
-                swapCopyOver<Bpp>(out, p, count);
-                advance(count);
-            } else
-#endif
-            {
-                const uchar* src = p;
-                for (qsizetype n = count; n > 0 && rowsLeft > 0;) {
-                    const qsizetype k = std::min<qsizetype>(n, (rowEnd - out) / Bpp);
-                    swapCopy<Bpp>(out, src, k);
-                    src += k * Bpp;
-                    n -= k;
-                    advance(k);
-                }
+            const uchar* src = p;
+            for (qsizetype n = count; n > 0 && rowsLeft > 0;) {
+                const qsizetype k = std::min<qsizetype>(n, (rowEnd - out) / Bpp);
+                swapCopy<Bpp>(out, src, k);
+                src += k * Bpp;
+                n -= k;
+                advance(k);
             }
             p += bytes;
         }
@@ -528,7 +519,7 @@ QString TWImageExt::tgaFromQByteArray(const QByteArray& data, QImage& image)
     // bytes). Otherwise the data is only walked to find the reason for the
     // refusal, and a short file never costs a large allocation.
     const quint64 largestExpansion = in.left() / (1u + bytesPerPixel) * 128u * bytesPerPixel;
-    bool holdable = knownDepth && trueSize <= 0xFFFFF000u && trueSize <= (rle ? largestExpansion : in.left());
+    bool holdable = knownDepth && trueSize <= LargestImageSize && trueSize <= (rle ? largestExpansion : in.left());
 
     QImage result;
     if (holdable && trueSize > 0) {
