@@ -185,25 +185,17 @@ inline void store(uchar* p, __m128i v)
     _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
 }
 
-// Bytes touched when n pixels are moved in whole blocks, the blocks' ends
-// past the pixels included.
+// The first pixel of a block repeated over the whole block, by doubling.
 template <int Bpp>
-inline qsizetype blockSpan(qsizetype n)
-{
-    const qsizetype blocks = (n + BlockPixels<Bpp> - 1) / BlockPixels<Bpp>;
-    return (blocks - 1) * BlockPixels<Bpp> * Bpp + 16;
-}
-
-// A block of the pixel \a value (in the image's order, the low bytes of the
-// word) repeated: the first 16 bytes of a run.
-template <int Bpp>
-inline __m128i repeatBlock(quint32 value)
+inline __m128i repeatFirst(__m128i v)
 {
     if constexpr (Bpp == 3) {
-        const quint64 v = value & 0xFFFFFFu;
-        return _mm_set_epi64x(qint64(v >> 16 | v << 8 | v << 32 | v << 56), qint64(v | v << 24 | v << 48));
+        v = _mm_and_si128(v, _mm_setr_epi8(-1, -1, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0));
+        v = _mm_or_si128(v, _mm_slli_si128(v, 3));
+        v = _mm_or_si128(v, _mm_slli_si128(v, 6));
+        return _mm_or_si128(v, _mm_slli_si128(v, 12));
     } else {
-        return _mm_set1_epi32(int(value));
+        return _mm_shuffle_epi32(v, 0);
     }
 }
 
@@ -348,22 +340,25 @@ PacketEnd decodePackets(ByteReader& in, quint32 imageSize, QImage& image, bool t
         const qsizetype count = (header & 0x7F) + 1;
         const qsizetype bytes = count * Bpp;
 #if defined(__SSE2__)
-        // A packet that lies inside the row and the input with room to spare
-        // goes in whole 16-byte blocks, without a branch on its kind, which
-        // is as good as random in a photo: each block is made both from the
-        // input as it stands and from the first pixel repeated (a block holds
-        // whole pixels, so the repeated block fits at any block's place), and
-        // the header picks one. The bytes stored past the packet belong to
-        // the same row and are overwritten by the packets that follow.
-        const qsizetype span = blockSpan<Bpp>(count);
-        if (rowEnd - out >= span && end - p >= span) {
+        // A packet that lies inside the row and the input with 32 bytes to
+        // spare goes in whole 16-byte blocks, without a branch on its kind,
+        // which is as good as random in a photo: each block is made both from
+        // the input as it stands and from the first pixel repeated (a block
+        // holds whole pixels, so the repeated block fits at any block's
+        // place), and the header picks one. The bytes stored past the packet
+        // belong to the same row and are overwritten by the packets that
+        // follow.
+        if (rowEnd - out >= bytes + 32 && end - p >= bytes + 32) {
             const quint32 run = header >> 7;
             const __m128i pick = _mm_set1_epi32(-int(run));
             const __m128i first = swapBlock<Bpp>(load(p));
-            const __m128i repeated = _mm_and_si128(pick, repeatBlock<Bpp>(quint32(_mm_cvtsi128_si32(first))));
-            store(out, _mm_or_si128(repeated, _mm_andnot_si128(pick, first)));
+            const __m128i repeated = _mm_and_si128(pick, repeatFirst<Bpp>(first));
+            // Two blocks whatever the count, which covers nearly every
+            // packet of a photo without a test.
             constexpr qsizetype blockBytes = BlockPixels<Bpp> * Bpp;
-            for (qsizetype at = blockBytes; at < bytes; at += blockBytes)
+            store(out, _mm_or_si128(repeated, _mm_andnot_si128(pick, first)));
+            store(out + blockBytes, _mm_or_si128(repeated, _mm_andnot_si128(pick, swapBlock<Bpp>(load(p + blockBytes)))));
+            for (qsizetype at = 2 * blockBytes; at < bytes; at += blockBytes)
                 store(out + at, _mm_or_si128(repeated, _mm_andnot_si128(pick, swapBlock<Bpp>(load(p + at)))));
             p += run ? Bpp : bytes;
             advance(count);
