@@ -210,8 +210,8 @@ inline void fillOver(uchar* dst, quint32 value, qsizetype n)
         for (qsizetype i = 0; i < bytes; i += 16)
             store(dst + i, v);
     } else {
-        // Three bytes repeated have a period of 48 bytes: three blocks, built
-        // from the three 64-bit words of its 24-byte half period.
+        // Three-byte pixels line up with the blocks every 48 bytes: three
+        // blocks, made of the three 64-bit words that repeat every 24 bytes.
         const quint64 v = value;
         const quint64 w0 = v | v << 24 | v << 48;
         const quint64 w1 = v >> 16 | v << 8 | v << 32 | v << 56;
