@@ -15,6 +15,7 @@
 #include "twthreadpool.h"
 #include "tweventfilter.h"
 #include "twconfig.h"
+#include "twimageext.h"
 #include "twvoiceutils.h"
 
 #endif // TWBASELIB_H

@@ -12,6 +12,7 @@ int runZx7Command(const QStringList& arguments);
 int runConfigCommand(const QStringList& arguments);
 int runQueueCommand(const QStringList& arguments);
 int runDemoCommand(const QStringList& arguments);
+int runImageCommand(const QStringList& arguments);
 int runVoiceCommand(const QStringList& arguments);
 
 #endif // TWTOOL_COMMANDS_H

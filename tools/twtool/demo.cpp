@@ -20,6 +20,7 @@ const DemoStep steps[] = {
     {"Worker threads from a pool, timed by a scope timer", demoThreadPool},
     {"A persistent queue with a small memory bound, fed and drained by threads", demoQueue},
     {"ZX7 compression", demoZx7},
+    {"TGA files read back, and a picture as text", demoImage},
     {"Voices: a tune as text and as a WAV file", demoVoices},
 };
 

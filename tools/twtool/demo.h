@@ -24,6 +24,7 @@ bool demoZx7(DemoContext& context);
 bool demoThreadPool(DemoContext& context);
 bool demoConfiguration(DemoContext& context);
 bool demoQueue(DemoContext& context);
+bool demoImage(DemoContext& context);
 bool demoVoices(DemoContext& context);
 
 #endif // TWTOOL_DEMO_H

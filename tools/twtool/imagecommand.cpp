@@ -1,0 +1,307 @@
+#include "commandline.h"
+#include "commands.h"
+
+#include <twimageext.h>
+#include <twutils.h>
+
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QSaveFile>
+#include <QtGui/QImageWriter>
+
+#include <cerrno>
+#include <cstring>
+
+#ifdef Q_OS_UNIX
+#  include <unistd.h>
+#endif
+
+namespace {
+
+const QString command = QStringLiteral("image");
+const int maxTiles = 10000;
+
+// Brightest first: the library picks from the last third of the text only,
+// the reddest pixels furthest toward its front.
+const QString defaultChars = QString(21, u'@') + QStringLiteral("@%#*+=-:.");
+
+// The library's loaders answer their failure; the line TWUtils would also
+// log about an unreadable file would only say it twice.
+class QuietLogger : public TWLoggerIface
+{
+public:
+    bool writeLog(const QString&, QtMsgType, const QString&, int, const QString&) override { return true; }
+    bool writeLog(QtMsgType, const QMessageLogContext&, const QString&) override { return true; }
+};
+
+bool load(const QString& path, QString& format, QImage& image, QString& error)
+{
+    format.clear();
+    error = TW::TWImageExt::imageFromFile(path, format, image);
+    return error.isEmpty();
+}
+
+// Written aside, synced and renamed at the end, so that a failure (a full
+// disk included) leaves no half file and keeps what was there. QSaveFile
+// buffers small writes and, at commit, neither reports a short write of that
+// buffer nor a failed sync: both are checked here first.
+bool writeFile(const QString& path, const QByteArray& data, QString& error)
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        error = QStringLiteral("cannot write '%1': %2").arg(path, file.errorString());
+        return false;
+    }
+    if (file.write(data) != data.size() || !file.flush()) {
+        error = QStringLiteral("cannot write '%1': only part of it could be written (is the disk full?)").arg(path);
+        return false;
+    }
+#ifdef Q_OS_UNIX
+    if (::fsync(file.handle()) != 0) {
+        error = QStringLiteral("cannot write '%1': %2").arg(path, QString::fromLocal8Bit(std::strerror(errno)));
+        return false;
+    }
+#endif
+    if (!file.commit()) {
+        error = QStringLiteral("cannot write '%1': %2").arg(path, file.errorString());
+        return false;
+    }
+    return true;
+}
+
+bool writableFormat(const QString& format)
+{
+    return QImageWriter::supportedImageFormats().contains(format.toLower().toLatin1());
+}
+
+QString writableFormats()
+{
+    QStringList names;
+    for (const QByteArray& name : QImageWriter::supportedImageFormats())
+        names << QString::fromLatin1(name);
+    return names.join(QStringLiteral(", "));
+}
+
+// Encodes \a image in \a format and writes it to \a path.
+bool save(const QImage& image, const QString& format, const QString& path, QString& error)
+{
+    QByteArray data;
+    if (!TW::TWImageExt::imageToQByteArray(image, format, data) || data.isEmpty()) {
+        error = QStringLiteral("Qt could not write the picture as %1.").arg(format);
+        return false;
+    }
+    return writeFile(path, data, error);
+}
+
+QString describe(const QImage& image, const QString& format)
+{
+    return QStringLiteral("%1 %2x%3, %4 bits per pixel%5")
+        .arg(format.isEmpty() ? QStringLiteral("?") : format)
+        .arg(image.width())
+        .arg(image.height())
+        .arg(image.depth())
+        .arg(image.hasAlphaChannel() ? QStringLiteral(", with alpha") : QString());
+}
+
+// The fields of a TGA file's header, read by the tool itself: the library
+// shows them only in its failure texts.
+QStringList tgaHeader(const QString& path)
+{
+    QFile file(path);
+    const QByteArray h = file.open(QIODevice::ReadOnly) ? file.read(18) : QByteArray();
+    if (h.size() < 18)
+        return {};
+    const auto u8 = [&h](int at) { return int(uchar(h[at])); };
+    const auto u16 = [&](int at) { return u8(at) | u8(at + 1) << 8; };
+    return {QStringLiteral("ID length:        %1").arg(u8(0)),
+            QStringLiteral("colour map type:  %1 (%2 entries of %3 bits)").arg(u8(1)).arg(u16(5)).arg(u8(7)),
+            QStringLiteral("image type:       %1").arg(u8(2)),
+            QStringLiteral("origin:           %1, %2").arg(u16(8)).arg(u16(10)),
+            QStringLiteral("size:             %1x%2").arg(u16(12)).arg(u16(14)),
+            QStringLiteral("pixel depth:      %1").arg(u8(16)),
+            QStringLiteral("description:      0x%1 (rows %2)")
+                .arg(u8(17), 2, 16, QLatin1Char('0'))
+                .arg(u8(17) & 0x20 ? QStringLiteral("top down") : QStringLiteral("bottom up"))};
+}
+
+int convert(const QStringList& args, bool force)
+{
+    if (args.size() != 3)
+        return Tool::usageError(command, QStringLiteral("convert takes IN and OUT."));
+    const QString in = args.at(1), out = args.at(2);
+    const QString outFormat = QFileInfo(out).suffix().toUpper();
+    if (!writableFormat(outFormat))
+        return Tool::usageError(command, QStringLiteral("OUT's suffix names no format that Qt writes here; use one of: %1.")
+                                             .arg(writableFormats()));
+    if (QFileInfo::exists(out) && !force)
+        return Tool::failure(command, QStringLiteral("'%1' exists; use -f to overwrite it.").arg(out));
+    QString format, error;
+    QImage image;
+    if (!load(in, format, image, error) || !save(image, outFormat, out, error))
+        return Tool::failure(command, error);
+    Tool::out(QStringLiteral("%1 (%2) -> %3 (%4)").arg(in, describe(image, format), out, outFormat));
+    return Tool::Success;
+}
+
+int info(const QStringList& args)
+{
+    if (args.size() != 2)
+        return Tool::usageError(command, QStringLiteral("info takes IN."));
+    QString format, error;
+    QImage image;
+    if (!load(args.at(1), format, image, error))
+        return Tool::failure(command, error);
+    Tool::out(QStringLiteral("file:               %1").arg(args.at(1)));
+    Tool::out(QStringLiteral("format:             %1").arg(format.isEmpty() ? QStringLiteral("(guessed by Qt)") : format));
+    Tool::out(QStringLiteral("size:               %1x%2").arg(image.width()).arg(image.height()));
+    Tool::out(QStringLiteral("depth:              %1 bits per pixel%2")
+                  .arg(image.depth())
+                  .arg(image.hasAlphaChannel() ? QStringLiteral(", with alpha") : QString()));
+    if (format == QLatin1String("TGA")) {
+        Tool::out(QStringLiteral("TGA header:"));
+        for (const QString& line : tgaHeader(args.at(1)))
+            Tool::out(QStringLiteral("  ") + line);
+    }
+    return Tool::Success;
+}
+
+int ascii(const QStringList& args, const QString& chars, qint64 width)
+{
+    if (args.size() != 2)
+        return Tool::usageError(command, QStringLiteral("ascii takes IN."));
+    QString format, error;
+    QImage image;
+    if (!load(args.at(1), format, image, error))
+        return Tool::failure(command, error);
+    if (image.width() > width)
+        image = image.scaledToWidth(int(width), Qt::SmoothTransformation);
+    // The library reads the red channel alone: grey first, so that red carries the brightness.
+    image = image.convertToFormat(QImage::Format_Grayscale8);
+    QString text = TW::TWImageExt::imageToASCII(image, QStringLiteral("\n"), chars);
+    text.replace(QChar(0), u' '); // the library's character for no red at all
+    text.chop(1);
+    Tool::out(text);
+    return Tool::Success;
+}
+
+int split(const QStringList& args, bool force, const QString& tileFormat)
+{
+    if (args.size() != 5)
+        return Tool::usageError(command, QStringLiteral("split takes IN, WIDTH, HEIGHT and OUTDIR."));
+    bool okWidth = false, okHeight = false;
+    const int width = args.at(2).toInt(&okWidth), height = args.at(3).toInt(&okHeight);
+    if (!okWidth || !okHeight || width <= 0 || height <= 0)
+        return Tool::usageError(command, QStringLiteral("WIDTH and HEIGHT are whole numbers above 0."));
+    if (!writableFormat(tileFormat))
+        return Tool::usageError(command, QStringLiteral("--format: Qt writes only %1 here.").arg(writableFormats()));
+
+    const QString in = args.at(1);
+    QString format, error;
+    QImage image;
+    if (!load(in, format, image, error))
+        return Tool::failure(command, error);
+    const qint64 across = (qint64(image.width()) + width - 1) / width;
+    const qint64 down = (qint64(image.height()) + height - 1) / height;
+    if (across * down > maxTiles)
+        return Tool::failure(command, QStringLiteral("%1x%2 tiles of %3 would be %4 files, more than %5; choose larger tiles.")
+                                          .arg(width).arg(height).arg(describe(image, format)).arg(across * down).arg(maxTiles));
+
+    const QDir dir(args.at(4));
+    if (!QDir().mkpath(dir.path()))
+        return Tool::failure(command, QStringLiteral("cannot create the folder '%1'.").arg(dir.path()));
+    const int rowDigits = int(QString::number(down - 1).size()), columnDigits = int(QString::number(across - 1).size());
+    const QString stem = QFileInfo(in).completeBaseName(), suffix = tileFormat.toLower();
+    const auto tilePath = [&](qint64 index) {
+        return dir.filePath(QStringLiteral("%1_%2_%3.%4")
+                                .arg(stem)
+                                .arg(index / across, rowDigits, 10, QLatin1Char('0'))
+                                .arg(index % across, columnDigits, 10, QLatin1Char('0'))
+                                .arg(suffix));
+    };
+    for (qint64 i = 0; i < across * down && !force; ++i) {
+        if (QFileInfo::exists(tilePath(i)))
+            return Tool::failure(command, QStringLiteral("'%1' exists; use -f to overwrite it.").arg(tilePath(i)));
+    }
+
+    const QList<QImage> tiles = TW::TWImageExt::splitImage(image, width, height);
+    const bool progress = Tool::stderrIsTerminal() && tiles.size() > 200;
+    for (qsizetype i = 0; i < tiles.size(); ++i) {
+        if (!save(tiles.at(i), tileFormat.toUpper(), tilePath(i), error))
+            return Tool::failure(command, QStringLiteral("%1 (%2 of %3 tiles were written)").arg(error).arg(i).arg(tiles.size()));
+        if (progress && i % 100 == 0)
+            Tool::err(QStringLiteral("%1 of %2 tiles...").arg(i).arg(tiles.size()));
+    }
+    Tool::out(QStringLiteral("%1 tiles of %2x%3 (%4 across, %5 down) from %6 written to %7")
+                  .arg(tiles.size()).arg(width).arg(height).arg(across).arg(down).arg(in, dir.path()));
+    return Tool::Success;
+}
+
+} // namespace
+
+int runImageCommand(const QStringList& arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Reads pictures through the library: TGA files (uncompressed or run-length\n"
+        "encoded, 24 or 32 bits) with its own reader, other formats through Qt. The\n"
+        "format comes from IN's suffix; without one, Qt guesses.\n\n"
+        "  convert IN OUT                   writes IN in the format that OUT's suffix names\n"
+        "  info IN                          format, size and depth (and a TGA file's header)\n"
+        "  ascii IN                         the picture as text, one character per pixel\n"
+        "  split IN WIDTH HEIGHT OUTDIR     cuts IN into tiles, OUTDIR/<name>_<row>_<column>.png;\n"
+        "                                   tiles at the right and bottom edges keep the full size"));
+    const QCommandLineOption force({QStringLiteral("f"), QStringLiteral("force")},
+                                   QStringLiteral("convert, split: overwrite files that exist."));
+    const QCommandLineOption chars(QStringLiteral("chars"),
+                                   QStringLiteral("ascii: the characters, of which the last third is used, brightest "
+                                                  "first; pixels of no brightness show as blanks (default: \"%1\").")
+                                       .arg(defaultChars),
+                                   QStringLiteral("TEXT"));
+    const QCommandLineOption width(QStringLiteral("width"),
+                                   QStringLiteral("ascii: a wider picture is scaled down to N columns first (default: 80)."),
+                                   QStringLiteral("N"));
+    const QCommandLineOption tileFormat(QStringLiteral("format"), QStringLiteral("split: the tiles' format (default: png)."),
+                                        QStringLiteral("FORMAT"));
+    parser.addOptions({force, chars, width, tileFormat});
+    parser.addPositionalArgument(QStringLiteral("action"), QStringLiteral("convert, info, ascii or split."));
+    parser.addPositionalArgument(QStringLiteral("arguments"), QStringLiteral("The action's files and sizes."),
+                                 QStringLiteral("ARGUMENTS..."));
+    if (const auto done = Tool::parse(parser, arguments))
+        return *done;
+
+    const QStringList args = parser.positionalArguments();
+    const QString action = args.value(0);
+    const QStringList actions{QStringLiteral("convert"), QStringLiteral("info"), QStringLiteral("ascii"), QStringLiteral("split")};
+    if (!actions.contains(action))
+        return Tool::usageError(command, action.isEmpty() ? QStringLiteral("say convert, info, ascii or split.")
+                                                          : QStringLiteral("unknown action '%1'.").arg(action));
+    const bool asciiAction = action == QLatin1String("ascii");
+    if ((parser.isSet(chars) || parser.isSet(width)) && !asciiAction)
+        return Tool::usageError(command, QStringLiteral("--chars and --width apply to ascii only."));
+    if (parser.isSet(tileFormat) && action != QLatin1String("split"))
+        return Tool::usageError(command, QStringLiteral("--format applies to split only."));
+    if (parser.isSet(force) && (asciiAction || action == QLatin1String("info")))
+        return Tool::usageError(command, QStringLiteral("-f applies to convert and split only."));
+    qint64 columns = 80;
+    if (!Tool::intOption(parser, command, QStringLiteral("width"), 1, 100000, columns))
+        return Tool::UsageError;
+    const QString charText = parser.isSet(chars) ? parser.value(chars) : defaultChars;
+    if (charText.isEmpty())
+        return Tool::usageError(command, QStringLiteral("--chars needs at least one character."));
+
+    QuietLogger quiet;
+    TW::TWUtils::setLogger(&quiet);
+    int status = Tool::Success;
+    if (action == QLatin1String("convert"))
+        status = convert(args, parser.isSet(force));
+    else if (action == QLatin1String("info"))
+        status = info(args);
+    else if (asciiAction)
+        status = ascii(args, charText, columns);
+    else
+        status = split(args, parser.isSet(force), parser.isSet(tileFormat) ? parser.value(tileFormat) : QStringLiteral("png"));
+    TW::TWUtils::setLogger(nullptr);
+    return status;
+}
