@@ -97,7 +97,7 @@ private slots:
     void outOfMemory()
     {
 #if defined(TW_SANITIZED) || !defined(Q_OS_LINUX)
-        QSKIP("needs Linux and no sanitizer (which reserves its own address space)");
+        QTest::qSkip("needs Linux and no sanitizer (which reserves its own address space)", __FILE__, __LINE__);
 #else
         TWTest::TempWorkDir dir;
         QVERIFY(dir.writeFile(QStringLiteral("big"), QByteArray(24 << 20, 'a')));
