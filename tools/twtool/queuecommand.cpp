@@ -29,6 +29,7 @@
 #endif
 #ifdef Q_OS_WIN
 #  include <io.h>
+#  include <windows.h>
 #endif
 
 /*
@@ -41,17 +42,18 @@
  * folder inside the queue's folder (".twtool-<pid>-XXXXXX", which no queue
  * reads: it takes plain files only), check what it wrote there, hand it to the
  * disk, and only then rename it into the queue's folder. A rename within one
- * folder tree is atomic and never replaces a file, so at every instant each
- * record is whole in the folder at least once: a kill can deliver a record
- * twice, never lose one.
+ * folder tree is atomic, so at every instant each record is whole in the
+ * folder at least once: a kill can deliver a record twice, never lose one.
  *
  *   push  stages the new records, checks and syncs them, renames them in and
  *         says "queued" after that. It reads nothing in the folder, so its
  *         cost does not grow with the queue.
- *   pop   links (or copies) the oldest file into staging, takes its first
- *         record through a queue there, and renames the rest back in as a new
- *         file; it prints the record and only then removes the old file. At
- *         most that one file's records are handled at a time.
+ *   pop   links (or copies) the oldest file into staging and takes its first
+ *         record through a queue there, which writes the rest back there. Once
+ *         the rest is checked and synced, it prints the record and then puts
+ *         the rest in the old file's place with one rename (a lone record's
+ *         file is simply removed). At most that one file is handled at a time,
+ *         and a kill can only make a later pop print the same record again.
  *   count reads the files and changes nothing.
  */
 
@@ -178,6 +180,24 @@ int renameNoReplace(const QString& from, const QString& to)
         return EEXIST;
     return QFile::rename(from, to) ? 0 : EIO;
 #endif
+}
+
+// Puts \a from in the place of \a to in one step: at every moment \a to is
+// either the old file or the new one.
+bool replaceFile(const QString& from, const QString& to, QString& error)
+{
+#ifdef Q_OS_WIN
+    if (::MoveFileExW(reinterpret_cast<const wchar_t*>(QDir::toNativeSeparators(from).utf16()),
+                      reinterpret_cast<const wchar_t*>(QDir::toNativeSeparators(to).utf16()),
+                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return true;
+    error = QStringLiteral("cannot move '%1' to '%2'.").arg(from, to);
+#else
+    if (::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0)
+        return true;
+    error = QStringLiteral("cannot move '%1' to '%2': %3").arg(from, to, systemError(errno));
+#endif
+    return false;
 }
 
 // Moves a staged "<first>_<last>_<NNN>.cache" into \a dir under its own name,
@@ -414,7 +434,7 @@ void printRecord(const Record& record)
     Tool::out(QStringLiteral("data: %1").arg(record.data));
 }
 
-int takeFirst(const QString& dir, const QString& oldest, const QByteArray& bytes, const QList<Record>& records);
+bool writeRest(const QString& stagingDir, const QString& oldest, const QList<Record>& records, QStringList& rest);
 
 int pop(const QStringList& arguments)
 {
@@ -477,69 +497,84 @@ int pop(const QStringList& arguments)
         printRecord(first);
         return Tool::Success;
     }
-    // A lone record needs no rewrite, and so no room on the disk: a consumer
-    // can still drain a full one.
+
+    // A file of several records is written again without its first one, and
+    // the new file takes the old one's place in a single rename, so that it
+    // keeps its place in line. A lone record needs no new file, and so no room
+    // on the disk: a consumer can still drain a full one.
+    std::unique_ptr<QTemporaryDir> staging;
+    QStringList rest;
     if (content.records.size() > 1) {
-        const int status = takeFirst(dir, oldest, bytes, content.records);
-        if (status != Tool::Success)
-            return status;
+        staging = makeStaging(dir, error);
+        if (!staging)
+            return Tool::failure(Command, error);
+        if (!writeRest(staging->path(), oldest, content.records, rest))
+            return Tool::Failure;
+        // More than ten records come back as several files: the others go in
+        // beside the old one first.
+        int moved = 0;
+        if (!publish(rest.mid(1), dir, moved, error)) {
+            Tool::err(QStringLiteral("twtool queue: %1").arg(error));
+            return Tool::failure(Command, QStringLiteral("nothing was popped."));
+        }
     }
-    // The rest is safe in the folder: from here a kill can only bring the
-    // record back, so it is printed before the old file goes.
+    // Up to here a kill changed nothing that counts; from here it can only
+    // bring the record back. So it is printed before the old file goes.
     printRecord(first);
-    if (!QFile::remove(oldest) || !syncToDisk(dir, error))
-        return Tool::failure(Command, QStringLiteral("cannot remove '%1': the record printed (and the rest of its file) "
-                                                     "stay in the queue, and a later pop gives them again.").arg(oldest));
+    const bool done = rest.isEmpty() ? QFile::remove(oldest) : replaceFile(rest.first(), oldest, error);
+    if (!done || !syncToDisk(dir, error))
+        return Tool::failure(Command, QStringLiteral("cannot change '%1': the record printed stays in the queue, and a "
+                                                     "later pop gives it again.").arg(oldest));
     return Tool::Success;
 }
 
-// Writes the records of \a oldest but the first into new files in \a dir: a
-// queue in staging takes the first from a link to the file (or a copy) and
-// writes the rest back there, and they move in once they are whole.
-int takeFirst(const QString& dir, const QString& oldest, const QByteArray& bytes, const QList<Record>& records)
+// Writes the records of \a oldest but the first into \a stagingDir, checked
+// and synced, and lists the files in \a rest. A queue there takes the first
+// record from a link to the file (or a copy) and writes the rest back when it
+// goes; the queue's folder is not touched.
+bool writeRest(const QString& stagingDir, const QString& oldest, const QList<Record>& records, QStringList& rest)
 {
     QString error;
-    const auto staging = makeStaging(dir, error);
-    if (!staging)
-        return Tool::failure(Command, error);
-    const QString link = QDir(staging->path()).filePath(QFileInfo(oldest).fileName());
+    const QString link = QDir(stagingDir).filePath(QFileInfo(oldest).fileName());
 #ifdef Q_OS_UNIX
     const bool linked = ::link(QFile::encodeName(oldest).constData(), QFile::encodeName(link).constData()) == 0;
 #else
     const bool linked = false;
 #endif
-    if (!linked) {
-        QFile copy(link);
-        QByteArray check;
-        if (!copy.open(QIODevice::WriteOnly) || copy.write(bytes) != bytes.size() || !copy.flush()
-            || !readFile(link, check, error) || check != bytes)
-            return Tool::failure(Command, QStringLiteral("cannot copy '%1' into '%2' (is the disk full?); nothing was "
-                                                         "popped.").arg(oldest, staging->path()));
+    if (!linked && !QFile::copy(oldest, link)) {
+        Tool::failure(Command, QStringLiteral("cannot copy '%1' into '%2'; nothing was popped.").arg(oldest, stagingDir));
+        return false;
     }
     {
-        TW::TWQueue queue(QStringLiteral("twtool"), 0u, staging->path());
+        TW::TWQueue queue(QStringLiteral("twtool"), 0u, stagingDir);
         queue.setLogger(Tool::logger());
         if (queue.isThereError()) {
             // Reported while it was made, before it had the tool's logger.
             Tool::logger()->writeLog(queue.lastErrorStr(), QtCriticalMsg, TW_SOURCE_LOCATION);
-            return Tool::Failure;
+            return false;
         }
         QString data;
         const QString id = queue.dequeueItem(data, nullptr, nullptr, nullptr);
-        if (id != records.first().id || !queue.updateItem(id, true))
-            return Tool::failure(Command, QStringLiteral("the queue did not hand out the oldest record of '%1'; nothing "
-                                                         "was popped.").arg(oldest));
+        if (id != records.first().id || !queue.updateItem(id, true)) {
+            Tool::failure(Command, QStringLiteral("the queue did not hand out the oldest record of '%1'; nothing was "
+                                                  "popped.").arg(oldest));
+            return false;
+        }
     }
-    QList<Record> rest;
-    if (!readRecords(staging->path(), rest) || rest != records.mid(1) || Tool::logger()->errorCount())
-        return Tool::failure(Command, QStringLiteral("the rest of '%1' did not reach the disk whole (is the disk full?); "
-                                                     "nothing was popped.").arg(oldest));
-    int moved = 0;
-    if (!publish(cacheFiles(staging->path()), dir, moved, error)) {
-        Tool::err(QStringLiteral("twtool queue: %1").arg(error));
-        return Tool::failure(Command, QStringLiteral("nothing was popped."));
+    QList<Record> written;
+    rest = cacheFiles(stagingDir);
+    if (!readRecords(stagingDir, written) || written != records.mid(1) || Tool::logger()->errorCount()) {
+        Tool::failure(Command, QStringLiteral("the rest of '%1' did not reach the disk whole (is the disk full?); nothing "
+                                              "was popped.").arg(oldest));
+        return false;
     }
-    return Tool::Success;
+    for (const QString& path : std::as_const(rest)) {
+        if (!syncToDisk(path, error)) {
+            Tool::failure(Command, error);
+            return false;
+        }
+    }
+    return true;
 }
 
 int count(const QStringList& arguments)
