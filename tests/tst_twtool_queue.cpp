@@ -102,27 +102,32 @@ class TstTWToolQueue : public QObject
     Q_OBJECT
 
 private slots:
-    // A pop takes the first record of a file of several and writes the rest
-    // back; --keep and count change nothing; nothing is left in the folders.
+    // Pops keep the order of a push of twelve, whose files (of ten and two)
+    // share their time stamps, while the rest of each file is written back;
+    // --keep and count change nothing; nothing is left in the folders.
     void pushPopCount()
     {
         TWTest::TempWorkDir dir;
         const auto queue = [&dir](const QString& arguments) { return runTool(QStringLiteral("queue ") + arguments, dir.path()); };
-        QCOMPARE(queue(QStringLiteral("push q one two three --kind k")).out, QByteArray("queued 3 item(s)\n"));
-        QCOMPARE(queue(QStringLiteral("push q four")).out, QByteArray("queued 1 item(s)\n"));
+        QStringList items;
+        for (int i = 1; i <= 12; ++i)
+            items << QStringLiteral("item-%1").arg(i);
+        QCOMPARE(queue(QStringLiteral("push q --kind k ") + items.join(u' ')).out, QByteArray("queued 12 item(s)\n"));
+        QCOMPARE(queue(QStringLiteral("push q last")).out, QByteArray("queued 1 item(s)\n"));
+        items << QStringLiteral("last");
         const QStringList before = QDir(QStringLiteral("q")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-        QCOMPARE(queue(QStringLiteral("count q")).out, QByteArray("in cache files: 4 record(s) in 2 file(s)\nreachable by pop: 4 record(s)\n"));
+        QCOMPARE(queue(QStringLiteral("count q")).out, QByteArray("in cache files: 13 record(s) in 3 file(s)\nreachable by pop: 13 record(s)\n"));
         const QByteArray kept = queue(QStringLiteral("pop q --keep")).out;
-        QVERIFY(kept.contains("kind: k\n") && kept.contains("data: one\n"));
+        QVERIFY(kept.contains("kind: k\n") && kept.contains("data: item-1\n"));
         QCOMPARE(QDir(QStringLiteral("q")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), before);
 
         QStringList popped;
-        for (int i = 0; i < 4; ++i) {
+        for (int i = 0; i < 13; ++i) {
             const auto result = queue(QStringLiteral("pop q"));
             QCOMPARE(result.exitCode, 0);
             popped += poppedData(result.out);
         }
-        QCOMPARE(popped, QStringList({"one", "two", "three", "four"}));
+        QCOMPARE(popped, items);
         const auto empty = queue(QStringLiteral("pop q"));
         QVERIFY(empty.exitCode == 1 && empty.err.contains("no item is reachable"));
         QCOMPARE(QDir(QStringLiteral("q")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
