@@ -7,6 +7,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QSaveFile>
+#include <QtCore/QStorageInfo>
 
 #include <limits>
 #include <new>
@@ -37,12 +38,17 @@ bool readAll(const QString& path, QByteArray& data, QString& error)
 bool writeAll(const QString& path, const QByteArray& data, QString& error)
 {
     // Written aside and renamed at the end, so a failure leaves no half file.
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit()) {
+    {
+        QSaveFile file(path);
+        if (file.open(QIODevice::WriteOnly) && file.write(data) == data.size() && file.commit())
+            return true;
         error = QStringLiteral("cannot write '%1': %2").arg(path, file.errorString());
-        return false;
     }
-    return true;
+    // A full disk often shows only as an unknown error. (The half file is gone by now.)
+    const qint64 room = QStorageInfo(QFileInfo(path).absolutePath()).bytesAvailable();
+    if (room >= 0 && room < data.size())
+        error += QStringLiteral(" (%1 bytes are needed, %2 are free on the disk)").arg(data.size()).arg(room);
+    return false;
 }
 
 /*
