@@ -28,6 +28,9 @@ private slots:
         QTest::newRow("bad level") << "log --level loud x" << 2 << QByteArray() << QByteArray("unknown level 'loud'");
         QTest::newRow("number that is no level") << "log --level 101 x" << 2 << QByteArray() << QByteArray("or a number from 0 to 4");
         QTest::newRow("bad size") << "log --max-size big x" << 2 << QByteArray() << QByteArray("--max-size takes a number");
+        QTest::newRow("size 0") << "log --max-size 0 x" << 2 << QByteArray() << QByteArray("a number from 1 to");
+        QTest::newRow("no suffix") << "log --file noext x" << 2 << QByteArray() << QByteArray("--file needs a name and a suffix");
+        QTest::newRow("no name") << "log --file .hidden x" << 2 << QByteArray() << QByteArray("--file needs a name and a suffix");
     }
 
     void usageAndHelp()
@@ -65,27 +68,6 @@ private slots:
         QVERIFY(result.exitCode == 1 && result.err.contains("1 of 1 lines could not be written"));
     }
 
-    void queueCommands()
-    {
-        TWTest::TempWorkDir dir;
-        const auto queue = [&dir](const char* arguments) { return runTool(QLatin1String("queue ") + arguments, dir.path()); };
-        QCOMPARE(queue("push q one two --kind k").out, QByteArray("queued 2 item(s)\n"));
-        QCOMPARE(queue("count q").out, QByteArray("in cache files: 2 record(s) in 1 file(s)\nin memory reach: 2 record(s)\n"));
-        using Pop = std::pair<const char*, const char*>;
-        for (const auto& [arguments, expected] : {Pop{"pop q --keep", "data: one"}, Pop{"pop q", "data: one"}, Pop{"pop q", "data: two"}}) {
-            const auto result = queue(arguments);
-            QCOMPARE(result.exitCode, 0);
-            QVERIFY2(result.out.contains(expected) && result.out.contains("kind: k\n"), result.out.constData());
-        }
-        const auto empty = queue("pop q");
-        QVERIFY(empty.exitCode == 1 && empty.err.contains("no item is reachable"));
-        QCOMPARE(queue("push q a|TWQ|b").exitCode, 2);
-
-        const auto demo = queue("demo --items 300 --bound 10 --dir d");
-        QVERIFY2(demo.exitCode == 0, demo.out.constData());
-        QVERIFY(demo.out.contains("each item settled at most once: yes; every item settled or in the read-ahead batch: yes"));
-    }
-
     void demoRunsTheTour()
     {
         TWTest::TempWorkDir dir;
@@ -94,6 +76,7 @@ private slots:
         QVERIFY(result.out.contains("Tour done"));
         QVERIFY(!result.out.contains("!!"));
         QVERIFY(QFile::exists(QStringLiteral("tour/objects/twoutput_0000.log")));
+        QCOMPARE(dir.files(), QStringList()); // the logs stay in the tour's folder
         QCOMPARE(QDir(QStringLiteral("tour")).entryList({QStringLiteral("twoutput*")}, QDir::Files), QStringList()); // nothing strays
     }
 };

@@ -4,6 +4,8 @@
 
 #include <QtTest/QTest>
 
+#include <sys/stat.h>
+
 namespace {
 
 TWTest::ProcessResult zx7(const TWTest::TempWorkDir& dir, const QString& arguments)
@@ -57,7 +59,9 @@ private slots:
         QTest::newRow("missing input") << "compress absent" << 1 << "cannot read 'absent'";
         QTest::newRow("empty input") << "compress empty" << 1 << "empty";
         QTest::newRow("cut stream") << "decompress cut.zx7" << 1 << "not a complete ZX7 stream";
-        QTest::newRow("over the limit") << "decompress --max-size 100 packed.zx7 out" << 1 << "more than 100 bytes";
+        QTest::newRow("over the limit") << "decompress --max-size 100 packed.zx7 out" << 1 << "more than 100 (see --max-size)";
+        QTest::newRow("FIFO") << "compress fifo out" << 1 << "'fifo' is not a regular file";
+        QTest::newRow("device") << "decompress /dev/zero out" << 1 << "'/dev/zero' is not a regular file";
     }
 
     // Each refusal exits with its code and reason, and leaves the folder as it was.
@@ -70,11 +74,46 @@ private slots:
         const QByteArray packed = TW::TWZX7::compress(sample, 0);
         QVERIFY(dir.writeFile(QStringLiteral("plain.txt"), sample) && dir.writeFile(QStringLiteral("packed.zx7"), packed));
         QVERIFY(dir.writeFile(QStringLiteral("cut.zx7"), packed.left(packed.size() / 2)) && dir.writeFile(QStringLiteral("empty")));
+        QVERIFY(::mkfifo("fifo", 0600) == 0);
         const QStringList before = dir.files();
         const auto result = zx7(dir, arguments);
         QCOMPARE(result.exitCode, exitCode);
         QVERIFY2(result.err.contains(message.toUtf8()), result.err.constData());
         QCOMPARE(dir.files(), before);
+    }
+
+    // Bytes after the end marker are expanded past, with a warning.
+    void trailingBytes()
+    {
+        TWTest::TempWorkDir dir;
+        QVERIFY(dir.writeFile(QStringLiteral("packed.zx7"), TW::TWZX7::compress(sample, 0) + "tail"));
+        const auto result = zx7(dir, QStringLiteral("decompress packed.zx7"));
+        QVERIFY2(result.exitCode == 0 && result.err.contains("has 4 byte(s) after the end of its stream"), result.err.constData());
+        QCOMPARE(dir.readFile(QStringLiteral("packed")), sample);
+    }
+
+    // Under a cap on the address space, too large a job says "out of memory"
+    // and writes nothing, rather than crash.
+    void outOfMemory()
+    {
+#if defined(TW_SANITIZED) || !defined(Q_OS_LINUX)
+        QTest::qSkip("needs Linux and no sanitizer (which reserves its own address space)", __FILE__, __LINE__);
+#else
+        TWTest::TempWorkDir dir;
+        QVERIFY(dir.writeFile(QStringLiteral("big"), QByteArray(24 << 20, 'a')));
+        // A stream of one literal and 40000 copies of 65536 bytes: 2.5 GB.
+        QByteArray huge("A");
+        for (int i = 0; i < 40000; ++i)
+            huge += QByteArray::fromHex("8000ffff00");
+        huge += QByteArray::fromHex("800040");
+        QVERIFY(dir.writeFile(QStringLiteral("huge.zx7"), huge));
+        for (const char* arguments : {"compress big", "decompress --max-size 4000000000 huge.zx7"}) {
+            const auto result = TWTest::runProcess(QStringLiteral("/bin/sh"), {QStringLiteral("-c"),
+                QStringLiteral("ulimit -v 250000 && exec \"$0\" zx7 %1").arg(QLatin1String(arguments)), QStringLiteral(TWTOOL_PATH)}, dir.path());
+            QVERIFY2(result.exitCode == 1 && result.err.contains("out of memory"), result.err.constData());
+        }
+        QCOMPARE(dir.files(), QStringList({"big", "huge.zx7"}));
+#endif
     }
 };
 

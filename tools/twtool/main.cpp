@@ -1,5 +1,6 @@
 #include "commandline.h"
 #include "commands.h"
+#include "toollogger.h"
 
 #include <QtCore/QCoreApplication>
 
@@ -58,8 +59,14 @@ int main(int argc, char* argv[])
         return Tool::Success;
     }
     for (const Command& c : commands) {
-        if (first == QLatin1String(c.name))
-            return c.run(arguments);
+        if (first != QLatin1String(c.name))
+            continue;
+        Tool::muteGlobalLogger();
+        Tool::logger()->setCommand(first);
+        const int status = c.run(arguments);
+        // A failure that the library reported makes the run a failure, even
+        // where the command itself went on.
+        return status == Tool::Success && Tool::logger()->errorCount() > 0 ? int(Tool::Failure) : status;
     }
     Tool::err(QStringLiteral("twtool: unknown command '%1'. Run 'twtool --help' for the list.").arg(first));
     return Tool::UsageError;

@@ -2,6 +2,7 @@
 
 #include "commandline.h"
 #include "demo.h"
+#include "toollogger.h"
 
 #include <twlogger.h>
 #include <twqueue.h>
@@ -118,15 +119,16 @@ QSet<QString> toSet(const QStringList& list)
 bool runQueueScenario(const QueueScenario& s, const std::function<void(const QString&)>& say,
                       const std::function<void(int)>& progress)
 {
-    // The queue's remarks go to a quiet logger in the folder.
-    TW::TWLogger logger;
-    logger.setFilePath(s.dir);
-    logger.setConsoleOutput(false);
+    // The queue's remarks go where the caller says, or to a quiet logger in the folder.
+    TW::TWLogger fileLogger;
+    fileLogger.setFilePath(s.dir);
+    fileLogger.setConsoleOutput(false);
+    TWLoggerIface* const logger = s.logger ? s.logger : &fileLogger;
     TW::TWThreadPool pool(QStringLiteral("consumers"), quint16(s.consumers));
-    pool.setLogger(&logger);
+    pool.setLogger(logger);
 
     auto queue = std::make_unique<TW::TWQueue>(QStringLiteral("demo"), s.bound, s.dir);
-    queue->setLogger(&logger);
+    queue->setLogger(logger);
     say(QStringLiteral("%1 items, at most %2 in memory, %3 producer thread(s), %4 consumer job(s) on a pool; folder %5")
             .arg(s.items).arg(s.bound).arg(s.producers).arg(s.consumers).arg(QDir::toNativeSeparators(s.dir)));
 
@@ -169,12 +171,12 @@ bool runQueueScenario(const QueueScenario& s, const std::function<void(const QSt
     // partial batch reaches memory only through one more restart.
     Tally second;
     queue = std::make_unique<TW::TWQueue>(QStringLiteral("demo"), s.bound, s.dir);
-    queue->setLogger(&logger);
+    queue->setLogger(logger);
     if (!consume(pool, queue.get(), second, producing, s.consumers, s.items, progress))
         return false;
     queue.reset();
     queue = std::make_unique<TW::TWQueue>(QStringLiteral("demo"), s.bound, s.dir);
-    queue->setLogger(&logger);
+    queue->setLogger(logger);
     if (!consume(pool, queue.get(), second, producing, s.consumers, s.items, progress))
         return false;
     queue.reset();
@@ -227,6 +229,7 @@ int runQueueDemo(const QStringList& arguments)
     s.producers = int(producers);
     s.consumers = int(consumers);
 
+    s.logger = Tool::logger();
     QTemporaryDir temporary;
     if (parser.isSet(QStringLiteral("dir"))) {
         s.dir = QDir(parser.value(QStringLiteral("dir"))).absolutePath();

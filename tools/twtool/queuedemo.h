@@ -27,6 +27,7 @@ struct QueueScenario
     int producers = 2;
     int consumers = 2;
     QString dir;
+    TWLoggerIface* logger = nullptr; // the queue's reports; null: a quiet log file in dir
 };
 
 /*!

@@ -7,12 +7,18 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QSaveFile>
+#include <QtCore/QStorageInfo>
 
 #include <limits>
+#include <new>
 
 namespace {
 
 const qint64 defaultMaxSize = qint64(256) << 20;
+const qint64 MaxInput = 0xFFFFFFFF; // the encoder keeps positions in 32 bits
+// Peak memory of compress per input byte, measured: the input, the parse
+// (16 bytes a byte) and the stream.
+const qint64 CompressBytesPerByte = 19;
 
 bool readAll(const QString& path, QByteArray& data, QString& error)
 {
@@ -32,12 +38,86 @@ bool readAll(const QString& path, QByteArray& data, QString& error)
 bool writeAll(const QString& path, const QByteArray& data, QString& error)
 {
     // Written aside and renamed at the end, so a failure leaves no half file.
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit()) {
+    {
+        QSaveFile file(path);
+        if (file.open(QIODevice::WriteOnly) && file.write(data) == data.size() && file.commit())
+            return true;
         error = QStringLiteral("cannot write '%1': %2").arg(path, file.errorString());
-        return false;
     }
-    return true;
+    // A full disk often shows only as an unknown error. (The half file is gone by now.)
+    const qint64 room = QStorageInfo(QFileInfo(path).absolutePath()).bytesAvailable();
+    if (room >= 0 && room < data.size())
+        error += QStringLiteral(" (%1 bytes are needed, %2 are free on the disk)").arg(data.size()).arg(room);
+    return false;
+}
+
+/*
+ * Where a ZX7 stream ends, found by walking its bits as the bounded decoder
+ * reads them but without producing the bytes: how many bytes of the input the
+ * stream takes up to its end marker, and how many bytes it expands to.
+ */
+struct StreamWalk
+{
+    enum Result { Complete, CutShort, BadOffset } result;
+    qint64 end;       // input bytes up to and including the end marker
+    quint64 expanded; // output bytes, up to where the walk stopped
+};
+
+StreamWalk walkStream(const QByteArray& input)
+{
+    const auto* data = reinterpret_cast<const uchar*>(input.constData());
+    const qint64 size = input.size();
+    qint64 index = 0;
+    int mask = 0;
+    int flags = 0;
+    bool over = false;
+    const auto byte = [&]() -> int {
+        if (index >= size) {
+            over = true;
+            return 0;
+        }
+        return data[index++];
+    };
+    const auto bit = [&]() -> int {
+        mask >>= 1;
+        if (mask == 0) {
+            mask = 128;
+            flags = byte();
+        }
+        return (flags & mask) ? 1 : 0;
+    };
+
+    quint64 expanded = 0;
+    byte(); // the first byte is a literal with no flag bit
+    while (!over) {
+        ++expanded;
+        if (!bit()) {
+            byte();
+            continue;
+        }
+        int zeros = 0;
+        while (!over && !bit())
+            ++zeros;
+        if (over)
+            break;
+        if (zeros > 15)
+            return {StreamWalk::Complete, index, expanded};
+        quint64 length = 1;
+        while (zeros-- > 0)
+            length = (length << 1) | quint64(bit());
+        quint64 offset = quint64(byte());
+        if (offset >= 128) {
+            int high = 0;
+            for (int k = 0; k < 4; ++k)
+                high = (high << 1) | bit();
+            offset = ((quint64(high) << 7) | (offset & 127)) + 128;
+        }
+        // Nothing may be copied from before the first byte.
+        if (!over && offset + 1 > expanded)
+            return {StreamWalk::BadOffset, index, expanded};
+        expanded += length; // the loop adds the last byte of the sequence
+    }
+    return {StreamWalk::CutShort, index, expanded};
 }
 
 QString ratio(qint64 part, qint64 whole)
@@ -99,30 +179,60 @@ int runZx7Command(const QStringList& arguments)
     }
     if (QFileInfo::exists(out) && !parser.isSet(force))
         return Tool::failure(command, QStringLiteral("'%1' exists; use -f to overwrite it.").arg(out));
+    // A FIFO or a device would be read without end (or wait for a writer).
+    const QFileInfo inInfo(in);
+    if (inInfo.exists() && !inInfo.isFile())
+        return Tool::failure(command, QStringLiteral("'%1' is not a regular file.").arg(in));
+    if (compress && inInfo.size() > MaxInput)
+        return Tool::failure(command, QStringLiteral("'%1' holds %2 bytes; the encoder takes at most %3.")
+                                          .arg(in).arg(inInfo.size()).arg(MaxInput));
 
+    // Memory runs out as a std::bad_alloc from Qt's containers, or as an empty
+    // result from the codec: either way the tool says so and writes nothing.
+    const auto outOfMemory = [&](qint64 needs) {
+        return Tool::failure(command, QStringLiteral("out of memory: %1 needs about %2 MiB.")
+                                          .arg(in).arg((needs >> 20) + 1));
+    };
     QByteArray input;
-    QString error;
-    if (!readAll(in, input, error))
-        return Tool::failure(command, error);
-
     QByteArray output;
-    if (compress) {
-        if (input.isEmpty())
-            return Tool::failure(command, QStringLiteral("'%1' is empty, and a ZX7 stream holds at least one byte.").arg(in));
-        if (Tool::stderrIsTerminal() && input.size() > (qint64(8) << 20))
-            Tool::err(QStringLiteral("Compressing %1 bytes...").arg(input.size()));
-        output = TW::TWZX7::compress(input, 0);
-        if (output.isEmpty())
-            return Tool::failure(command, QStringLiteral("'%1' could not be compressed (out of memory?).").arg(in));
-    } else {
-        bool ok = false;
-        output = TW::TWZX7::decompress(input, qsizetype(limit), &ok);
-        if (!ok)
-            return Tool::failure(command, QStringLiteral("'%1' is not a complete ZX7 stream, or it expands to more than "
-                                                         "%2 bytes (see --max-size).").arg(in).arg(limit));
+    try {
+        QString error;
+        if (!readAll(in, input, error))
+            return Tool::failure(command, error);
+
+        if (compress) {
+            if (input.isEmpty())
+                return Tool::failure(command, QStringLiteral("'%1' is empty, and a ZX7 stream holds at least one byte.").arg(in));
+            if (Tool::stderrIsTerminal() && input.size() > (qint64(8) << 20))
+                Tool::err(QStringLiteral("Compressing %1 bytes...").arg(input.size()));
+            output = TW::TWZX7::compress(input, 0);
+            if (output.isEmpty())
+                return outOfMemory(input.size() * CompressBytesPerByte);
+        } else {
+            const StreamWalk walk = walkStream(input);
+            if (walk.result != StreamWalk::Complete)
+                return Tool::failure(command, walk.result == StreamWalk::CutShort
+                                                  ? QStringLiteral("'%1' is not a complete ZX7 stream: its %2 bytes end "
+                                                                   "before the end marker.").arg(in).arg(input.size())
+                                                  : QStringLiteral("'%1' is not a complete ZX7 stream: the sequence that "
+                                                                   "ends at byte %2 reaches back before the start.")
+                                                        .arg(in).arg(walk.end));
+            if (walk.expanded > quint64(limit))
+                return Tool::failure(command, QStringLiteral("'%1' expands to %2 bytes, more than %3 (see --max-size).")
+                                                  .arg(in).arg(walk.expanded).arg(limit));
+            if (walk.end < input.size())
+                Tool::err(QStringLiteral("twtool zx7: warning: '%1' has %2 byte(s) after the end of its stream; they "
+                                         "are ignored.").arg(in).arg(input.size() - walk.end));
+            bool ok = false;
+            output = TW::TWZX7::decompress(input, qsizetype(limit), &ok);
+            if (!ok) // the stream is sound and fits the limit: only memory is left
+                return outOfMemory(qint64(walk.expanded) + input.size());
+        }
+        if (!writeAll(out, output, error))
+            return Tool::failure(command, error);
+    } catch (const std::bad_alloc&) {
+        return outOfMemory(compress ? inInfo.size() * CompressBytesPerByte : inInfo.size());
     }
-    if (!writeAll(out, output, error))
-        return Tool::failure(command, error);
 
     const qint64 raw = compress ? input.size() : output.size();
     const qint64 packed = compress ? output.size() : input.size();
