@@ -1,17 +1,24 @@
 #include "commandline.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QFileInfo>
+#include <QtCore/QSaveFile>
+#include <QtCore/QStorageInfo>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #ifdef Q_OS_WIN
 #  include <io.h>
 #  define TW_ISATTY _isatty
 #  define TW_FILENO _fileno
+#  define TW_FSYNC _commit
 #else
 #  include <unistd.h>
 #  define TW_ISATTY isatty
 #  define TW_FILENO fileno
+#  define TW_FSYNC fsync
 #endif
 
 namespace Tool {
@@ -90,6 +97,32 @@ bool intOption(const QCommandLineParser& parser, const QString& command, const Q
         return false;
     }
     value = parsed;
+    return true;
+}
+
+bool saveFile(const QString& path, const QByteArray& data, QString& error)
+{
+    const auto fail = [&](const QString& reason) {
+        error = QStringLiteral("cannot write '%1': %2").arg(path, reason);
+        // A full disk often shows only as an unknown error or a short count.
+        const qint64 room = QStorageInfo(QFileInfo(path).absolutePath()).bytesAvailable();
+        if (room >= 0 && room < data.size())
+            error += QStringLiteral(" (%1 bytes are needed, %2 are free on the disk)").arg(data.size()).arg(room);
+        return false;
+    };
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return fail(file.errorString());
+    // QSaveFile keeps small writes in a buffer and, at commit, reports neither
+    // a short write of that buffer nor a failed sync: both are checked here.
+    const qint64 written = file.write(data);
+    if (written != data.size() || !file.flush())
+        return fail(written < 0 ? file.errorString()
+                                : QStringLiteral("only part of it could be written (is the disk full?)"));
+    if (TW_FSYNC(file.handle()) != 0)
+        return fail(QString::fromLocal8Bit(std::strerror(errno)));
+    if (!file.commit())
+        return fail(file.errorString());
     return true;
 }
 

@@ -34,6 +34,15 @@ void err(const QString& text);
 /*! True when standard error is a terminal, so progress may be shown there. */
 bool stderrIsTerminal();
 
+/*!
+ * Writes \a data to \a path as a whole or not at all: under a temporary name
+ * in the same folder, flushed, synced to the disk, checked and renamed over
+ * \a path, so that a failure (a full disk, a kill) leaves no half file and
+ * keeps what was there. False with a message in \a error otherwise; a full
+ * disk says how much room was needed.
+ */
+bool saveFile(const QString& path, const QByteArray& data, QString& error);
+
 /*! Reads an integer option; false (with the message printed) when it is no number in [min, max]. */
 bool intOption(const QCommandLineParser& parser, const QString& command, const QString& name,
                qint64 min, qint64 max, qint64& value);

@@ -1,3 +1,4 @@
+#include "commandline.h"
 #include "demo.h"
 
 #include <twimageext.h>
@@ -73,8 +74,8 @@ QByteArray tgaFile(const QImage& image, bool rle)
 
 bool writeFile(const QString& path, const QByteArray& data)
 {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
+    QString error;
+    return Tool::saveFile(path, data, error);
 }
 
 } // namespace

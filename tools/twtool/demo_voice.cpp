@@ -1,4 +1,5 @@
 #include "demo.h"
+#include "commandline.h"
 #include "wavfile.h"
 
 #include <twvoiceutils.h>
@@ -68,7 +69,7 @@ bool demoVoices(DemoContext& context)
     const QByteArray samples = TWVoiceUtils::voicesToAudioSample(tune, rate, 16, true, &seconds);
     const QString path = dir.filePath(QStringLiteral("tune.wav"));
     QString error;
-    if (!Wav::save(path, Wav::file(samples, rate, 16), error)) {
+    if (!Tool::saveFile(path, Wav::file(samples, rate, 16), error)) {
         say(error);
         return false;
     }

@@ -1,3 +1,4 @@
+#include "commandline.h"
 #include "demo.h"
 
 #include <twzx7.h>
@@ -55,8 +56,8 @@ QByteArray generatedPicture()
 
 bool writeFile(const QString& path, const QByteArray& data)
 {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
+    QString error;
+    return Tool::saveFile(path, data, error);
 }
 
 } // namespace

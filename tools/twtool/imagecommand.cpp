@@ -8,15 +8,7 @@
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QSaveFile>
 #include <QtGui/QImageWriter>
-
-#include <cerrno>
-#include <cstring>
-
-#ifdef Q_OS_UNIX
-#  include <unistd.h>
-#endif
 
 namespace {
 
@@ -43,34 +35,6 @@ bool load(const QString& path, QString& format, QImage& image, QString& error)
     return error.isEmpty();
 }
 
-// Written aside, synced and renamed at the end, so that a failure (a full
-// disk included) leaves no half file and keeps what was there. QSaveFile
-// buffers small writes and, at commit, neither reports a short write of that
-// buffer nor a failed sync: both are checked here first.
-bool writeFile(const QString& path, const QByteArray& data, QString& error)
-{
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        error = QStringLiteral("cannot write '%1': %2").arg(path, file.errorString());
-        return false;
-    }
-    if (file.write(data) != data.size() || !file.flush()) {
-        error = QStringLiteral("cannot write '%1': only part of it could be written (is the disk full?)").arg(path);
-        return false;
-    }
-#ifdef Q_OS_UNIX
-    if (::fsync(file.handle()) != 0) {
-        error = QStringLiteral("cannot write '%1': %2").arg(path, QString::fromLocal8Bit(std::strerror(errno)));
-        return false;
-    }
-#endif
-    if (!file.commit()) {
-        error = QStringLiteral("cannot write '%1': %2").arg(path, file.errorString());
-        return false;
-    }
-    return true;
-}
-
 bool writableFormat(const QString& format)
 {
     return QImageWriter::supportedImageFormats().contains(format.toLower().toLatin1());
@@ -92,7 +56,7 @@ bool save(const QImage& image, const QString& format, const QString& path, QStri
         error = QStringLiteral("Qt could not write the picture as %1.").arg(format);
         return false;
     }
-    return writeFile(path, data, error);
+    return Tool::saveFile(path, data, error);
 }
 
 QString describe(const QImage& image, const QString& format)

@@ -22,8 +22,8 @@ const Command commands[] = {
     {"zx7", runZx7Command, "compress a file into the ZX7 format, or expand one"},
     {"config", runConfigCommand, "read a key of an INI file as the library reads it"},
     {"image", runImageCommand, "convert, describe, print or cut a picture (TGA included)"},
-    {"demo", runDemoCommand, "a short tour of what the library does"},
     {"voice", runVoiceCommand, "render a list of tones as a WAV file, or print it through a template"},
+    {"demo", runDemoCommand, "a short tour of what the library does"},
 };
 
 void printHelp(FILE* stream)

@@ -240,7 +240,7 @@ int runVoiceCommand(const QStringList& arguments)
         return Tool::failure(Command, QStringLiteral("not enough memory for %1 bytes of samples.").arg(expected, 0, 'f', 0));
 
     const QByteArray wav = Wav::file(samples, int(rate), sampleSize);
-    if (!Wav::save(out, wav, error))
+    if (!Tool::saveFile(out, wav, error))
         return Tool::failure(Command, error);
     Tool::out(QStringLiteral("%1: %2 tone(s), %3 s, %4 Hz, %5, %6 bytes")
                   .arg(out, QString::number(voices.size()), QString::number(seconds, 'f', 3), QString::number(rate),

@@ -1,7 +1,5 @@
 #include "wavfile.h"
 
-#include <QtCore/QFileInfo>
-#include <QtCore/QSaveFile>
 #include <QtCore/QtEndian>
 
 namespace {
@@ -64,33 +62,6 @@ QByteArray file(const QByteArray& samples, int sampleRate, int sampleSize)
     if (pad)
         out.append('\0');
     return out;
-}
-
-bool save(const QString& path, const QByteArray& data, QString& error)
-{
-    QSaveFile file(path); // a temporary name, synced and renamed by commit()
-    if (!file.open(QIODevice::WriteOnly)) {
-        error = QStringLiteral("cannot write '%1': %2").arg(path, file.errorString());
-        return false;
-    }
-    // A full disk shows as a short count with no error; the temporary file
-    // is then dropped without a commit.
-    const qint64 written = file.write(data);
-    if (written != data.size()) {
-        error = written < 0 ? QStringLiteral("cannot write '%1': %2").arg(path, file.errorString())
-                            : QStringLiteral("cannot write '%1': only %2 of %3 bytes went in (is the disk full?)")
-                                  .arg(path, QString::number(written), QString::number(data.size()));
-        return false;
-    }
-    if (!file.commit()) {
-        error = QStringLiteral("cannot write '%1': %2").arg(path, file.errorString());
-        return false;
-    }
-    if (QFileInfo(path).size() != data.size()) {
-        error = QStringLiteral("'%1' does not hold the %2 bytes written to it.").arg(path, QString::number(data.size()));
-        return false;
-    }
-    return true;
 }
 
 } // namespace Wav

@@ -20,13 +20,6 @@ constexpr qint64 MaxDataSize = 0xFFFFFFFFll - 64;
  */
 QByteArray file(const QByteArray& samples, int sampleRate, int sampleSize);
 
-/*!
- * Writes \a data to \a path under a temporary name, syncs it and renames it,
- * so that a failure or a kill never leaves a half file or loses the old one.
- * Checks the size on disk afterwards. False with \a error on any failure.
- */
-bool save(const QString& path, const QByteArray& data, QString& error);
-
 } // namespace Wav
 
 #endif // TWTOOL_WAVFILE_H

@@ -6,8 +6,6 @@
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QSaveFile>
-#include <QtCore/QStorageInfo>
 
 #include <limits>
 #include <new>
@@ -33,22 +31,6 @@ bool readAll(const QString& path, QByteArray& data, QString& error)
         return false;
     }
     return true;
-}
-
-bool writeAll(const QString& path, const QByteArray& data, QString& error)
-{
-    // Written aside and renamed at the end, so a failure leaves no half file.
-    {
-        QSaveFile file(path);
-        if (file.open(QIODevice::WriteOnly) && file.write(data) == data.size() && file.commit())
-            return true;
-        error = QStringLiteral("cannot write '%1': %2").arg(path, file.errorString());
-    }
-    // A full disk often shows only as an unknown error. (The half file is gone by now.)
-    const qint64 room = QStorageInfo(QFileInfo(path).absolutePath()).bytesAvailable();
-    if (room >= 0 && room < data.size())
-        error += QStringLiteral(" (%1 bytes are needed, %2 are free on the disk)").arg(data.size()).arg(room);
-    return false;
 }
 
 /*
@@ -228,7 +210,7 @@ int runZx7Command(const QStringList& arguments)
             if (!ok) // the stream is sound and fits the limit: only memory is left
                 return outOfMemory(qint64(walk.expanded) + input.size());
         }
-        if (!writeAll(out, output, error))
+        if (!Tool::saveFile(out, output, error))
             return Tool::failure(command, error);
     } catch (const std::bad_alloc&) {
         return outOfMemory(compress ? inInfo.size() * CompressBytesPerByte : inInfo.size());
