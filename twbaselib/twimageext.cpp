@@ -502,6 +502,13 @@ QList<TWColor> TWImageExt::generatePatternedPalette(const QList<TWColor>& palett
     return result;
 }
 
+namespace {
+
+// How many pixels ahead toPaletteImage() asks for a colour's table entry.
+constexpr int PrefetchAhead = 16;
+
+} // namespace
+
 QImage TWImageExt::toPaletteImage(const QImage& image, const QList<TWColor>& palette, const bool& usePattern,
                                   QHash<int, QHash<int, QHash<int, TWColor>>>* cache)
 {
@@ -523,6 +530,9 @@ QImage TWImageExt::toPaletteImage(const QImage& image, const QList<TWColor>& pal
         // The row above holds pixels already converted.
         const QRgb* const above = y > 0 ? reinterpret_cast<const QRgb*>(bits + (y - 1) * bytesPerLine) : nullptr;
         for (int x = 0; x < width;) {
+            // The table's entries are far apart for far colours: asking for
+            // one some pixels ahead lets the memory fetch them meanwhile.
+            matcher.prefetch(line[std::min(x + PrefetchAhead, width - 1)]);
             const QRgb color = line[x] & 0xFFFFFFu; // alpha plays no part in the match
             if (color != lastColor) {
                 last = matcher.match(color);
@@ -553,15 +563,31 @@ namespace Internal {
 
 namespace {
 
-// The table starts with this many slots and doubles whenever it is half full.
-constexpr int FirstTableBits = 12;
 // The cache is read whole when it holds no more than one entry for this many
 // pixels; larger caches are asked colour by colour.
 constexpr qint64 PixelsPerCachedColor = 2;
+// Clearing more entries than this one by one costs more than clearing all.
+constexpr size_t ClearAllAbove = size_t(1) << 21;
 
+// The thread's answer table of ColorMatcher, made at its first use.
+struct ColorTable
+{
+    quint16* entries = nullptr;
+    bool failed = false;
+    bool busy = false;
+    std::vector<quint32> touched;
+
+    ~ColorTable() { std::free(entries); }
+};
+
+thread_local ColorTable threadTable;
+
+// What isPatterned(), patternFirst() and patternSecond() answer, read
+// straight from the list: those are exported calls that can't be inlined.
 PaletteAnswer answerOf(const TWColor& color)
 {
-    return {color.rgba(), color.patternFirst(), color.patternSecond(), color.isPatterned()};
+    const bool patterned = color.pattern.size() == 2;
+    return {color.rgba(), patterned ? color.pattern.at(0) : 0u, patterned ? color.pattern.at(1) : 0u, patterned};
 }
 
 } // namespace
@@ -583,42 +609,50 @@ ColorMatcher::ColorMatcher(const QList<TWColor>& palette, ColorCache* cache, qin
     }
     _answers.push_back(answerOf(TWColor()));
 
-    _slots = static_cast<quint64*>(std::calloc(size_t(1) << FirstTableBits, sizeof(quint64)));
-    if (_slots) {
-        _mask = (1u << FirstTableBits) - 1;
-        _shift = 32 - FirstTableBits;
-    } else {
-        // No memory for the table: two slots that always stay free, so that
-        // every colour is resolved afresh, with the same answers.
-        _slots = _spare;
-        _mask = 1;
-        _shift = 31;
+    // One matcher at a time uses the thread's table; calloc'ed memory costs
+    // only the pages that are touched.
+    ColorTable& table = threadTable;
+    if (!table.entries && !table.failed) {
+        table.entries = static_cast<quint16*>(std::calloc(size_t(1) << 24, sizeof(quint16)));
+        table.failed = !table.entries;
+    }
+    if (table.entries && !table.busy) {
+        table.busy = true;
+        _table = table.entries;
+        _touched = &table.touched;
     }
 
-    if (_cache && !_cache->isEmpty()) {
+    if (_cache && !_cache->isEmpty() && pixels >= 65536) {
         // Counting costs a pass over the first two levels: worth it only
         // when there are many more pixels than that.
         qint64 cached = 0;
-        if (pixels >= 65536) {
-            for (const auto& byGreen : std::as_const(*_cache)) {
-                for (const auto& byBlue : byGreen)
-                    cached += byBlue.size();
-            }
+        for (const auto& byGreen : std::as_const(*_cache)) {
+            for (const auto& byBlue : byGreen)
+                cached += byBlue.size();
         }
-        if (pixels >= 65536 && cached * PixelsPerCachedColor <= pixels)
+        if (cached * PixelsPerCachedColor <= pixels)
             readWholeCache();
     }
 }
 
 ColorMatcher::~ColorMatcher()
 {
-    if (_slots != _spare)
-        std::free(_slots);
+    if (!_table)
+        return;
+    if (_touched->size() > ClearAllAbove) {
+        std::memset(_table, 0, (size_t(1) << 24) * sizeof(quint16));
+        *_touched = std::vector<quint32>();
+    } else {
+        for (const quint32 at : *_touched)
+            _table[at] = 0;
+        _touched->clear();
+    }
+    threadTable.busy = false;
 }
 
-quint32 ColorMatcher::resolve(quint32 key)
+quint32 ColorMatcher::resolve(quint32 rgb)
 {
-    const int red = int(key >> 16 & 0xFF), green = int(key >> 8 & 0xFF), blue = int(key & 0xFF);
+    const int red = int(rgb >> 16 & 0xFF), green = int(rgb >> 8 & 0xFF), blue = int(rgb & 0xFF);
     quint32 id;
     bool found = false;
     if (_cache && !_cacheRead) {
@@ -637,7 +671,8 @@ quint32 ColorMatcher::resolve(quint32 key)
     }
     if (!found)
         id = walk(red, green, blue);
-    remember(key, id);
+    if (_table)
+        remember(entryOf(rgb), id);
     return id;
 }
 
@@ -674,7 +709,7 @@ quint32 ColorMatcher::answerFor(const TWColor& color)
     const PaletteAnswer answer = answerOf(color);
     const std::pair<quint64, quint64> key(quint64(answer.rgba) << 32 | answer.first,
                                           quint64(answer.second) << 1 | quint64(answer.patterned));
-    Recent& recent = _recent[(answer.rgba ^ answer.rgba >> 11 ^ answer.first) % RecentSize];
+    Recent& recent = _recent[((answer.rgba ^ answer.first) * 0x9E3779B1u) >> (32 - RecentBits)];
     if (recent.id != NoAnswer && recent.key == key)
         return recent.id;
     const auto known = _cachedAnswers.constFind(key);
@@ -690,46 +725,25 @@ quint32 ColorMatcher::answerFor(const TWColor& color)
     return id;
 }
 
-void ColorMatcher::remember(quint32 key, quint32 id)
+bool ColorMatcher::remember(quint32 at, quint32 id)
 {
-    if (_slots == _spare || ((_count + 1) * 2 > _mask + 1 && !grow()))
-        return;
-    quint32 at = hashOf(key);
-    while (quint32(_slots[at]) != 0)
-        at = (at + 1) & _mask;
-    _slots[at] = quint64(id) << 32 | key;
-    ++_count;
-}
-
-bool ColorMatcher::grow()
-{
-    // At most 2^24 colours, so the table never needs more than 2^25 slots.
-    const int bits = 32 - _shift + 1;
-    if (bits > 25)
+    // An answer past what an entry holds (a palette of some 65 000 colours)
+    // is found again each time instead.
+    if (id >= 0xFFFFu)
         return false;
-    quint64* const table = static_cast<quint64*>(std::calloc(size_t(1) << bits, sizeof(quint64)));
-    if (!table)
-        return false;
-    quint64* const old = _slots;
-    const quint32 oldSize = _mask + 1;
-    _slots = table;
-    _mask = (1u << bits) - 1;
-    _shift = 32 - bits;
-    for (quint32 i = 0; i < oldSize; ++i) {
-        if (quint32(old[i]) == 0)
-            continue;
-        quint32 at = hashOf(quint32(old[i]));
-        while (quint32(_slots[at]) != 0)
-            at = (at + 1) & _mask;
-        _slots[at] = old[i];
-    }
-    std::free(old);
+    _table[at] = quint16(id + 1);
+    _touched->push_back(at);
     return true;
 }
 
 void ColorMatcher::readWholeCache()
 {
-    // Keys outside 0 to 255 can't be asked for and are passed over.
+    if (!_table)
+        return;
+    // Keys outside 0 to 255 can't be asked for and are passed over. Should
+    // an answer not fit in the table, the cache is asked colour by colour
+    // after all.
+    bool whole = true;
     const ColorCache& known = *_cache;
     for (auto byRed = known.cbegin(); byRed != known.cend(); ++byRed) {
         if (quint32(byRed.key()) > 255)
@@ -737,14 +751,16 @@ void ColorMatcher::readWholeCache()
         for (auto byGreen = byRed->cbegin(); byGreen != byRed->cend(); ++byGreen) {
             if (quint32(byGreen.key()) > 255)
                 continue;
-            const quint32 redGreen = quint32(byRed.key()) << 16 | quint32(byGreen.key()) << 8 | Occupied;
+            const quint32 redGreen = quint32(byRed.key()) << 16 | quint32(byGreen.key()) << 8;
             for (auto byBlue = byGreen->cbegin(); byBlue != byGreen->cend(); ++byBlue) {
-                if (quint32(byBlue.key()) <= 255)
-                    remember(redGreen | quint32(byBlue.key()), answerFor(*byBlue));
+                if (quint32(byBlue.key()) <= 255) {
+                    const quint32 rgb = redGreen | quint32(byBlue.key());
+                    whole = remember(entryOf(rgb), answerFor(*byBlue)) && whole;
+                }
             }
         }
     }
-    _cacheRead = true;
+    _cacheRead = whole;
 }
 
 } // namespace Internal

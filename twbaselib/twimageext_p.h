@@ -43,13 +43,19 @@ struct PaletteAnswer
  * same entries added to the caller's cache, at the cost of one look at that
  * cache and at most one walk of the palette per distinct colour.
  *
- * A private table keyed by the 24-bit colour remembers every answer given,
- * exact matches too, so a colour that comes again costs one probe. The
- * palette is walked over plain integers. When the caller's cache is small
+ * The answers go into a table with an entry for every one of the 2^24
+ * colours, at the colour's own word, so a colour that comes again costs one
+ * read. There is one such table per thread, made at the first use and kept
+ * until the thread ends (32 MiB of address space, of which only the pages
+ * that colours touch take memory); a matcher clears the entries that it set
+ * when it ends. When the table can't be had, every colour is resolved
+ * afresh, with the same answers.
+ *
+ * The palette is walked over plain integers. When the caller's cache is small
  * beside the picture, it is read whole at the start instead of being asked
- * colour by colour, which is several times cheaper; either way each colour
- * gets the answer that the cache holds for it. Not for a palette or cache
- * that changes while the matcher lives.
+ * colour by colour, which costs less; either way each colour gets the answer
+ * that the cache holds for it. Not for a palette or cache that changes while
+ * the matcher lives.
  */
 class ColorMatcher
 {
@@ -63,26 +69,31 @@ public:
     /*! The answer for red, green and blue packed as a QRgb word (alpha ignored). */
     PaletteAnswer match(QRgb rgb)
     {
-        const quint32 key = (rgb & 0xFFFFFFu) | Occupied;
-        for (quint32 at = hashOf(key);; at = (at + 1) & _mask) {
-            const quint64 slot = _slots[at];
-            if (quint32(slot) == key)
-                return _answers[quint32(slot >> 32)];
-            if (quint32(slot) == 0)
-                return _answers[resolve(key)];
-        }
+        const quint16 known = _table ? _table[entryOf(rgb)] : 0;
+        return _answers[known ? known - 1u : resolve(rgb & 0xFFFFFFu)];
+    }
+
+    /*! Starts fetching the table's entry of \a rgb, which will be asked for soon. */
+    void prefetch(QRgb rgb) const
+    {
+#if defined(__GNUC__)
+        if (_table)
+            __builtin_prefetch(_table + entryOf(rgb));
+#else
+        Q_UNUSED(rgb)
+#endif
     }
 
 private:
-    // Set in every key kept in the table, so that no key is 0, the mark of a free slot.
-    static constexpr quint32 Occupied = 1u << 24;
+    // The table's entry of a colour: the colour itself. Neighbouring colours
+    // of a photo are then often close in memory too (measured faster than
+    // orders that interleave the channels' bits, or a hash).
+    static quint32 entryOf(QRgb rgb) { return rgb & 0xFFFFFFu; }
 
-    quint32 hashOf(quint32 key) const { return (key * 0x9E3779B1u) >> _shift; }
-    quint32 resolve(quint32 key);
+    quint32 resolve(quint32 rgb);
     quint32 walk(int r, int g, int b);
     quint32 answerFor(const TWColor& color);
-    void remember(quint32 key, quint32 id);
-    bool grow();
+    bool remember(quint32 at, quint32 id);
     void readWholeCache();
 
     const QList<TWColor>& _palette;
@@ -95,19 +106,17 @@ private:
     std::vector<PaletteAnswer> _answers;
     QHash<std::pair<quint64, quint64>, quint32> _cachedAnswers;
     static constexpr quint32 NoAnswer = ~0u;
-    static constexpr int RecentSize = 61;
+    static constexpr int RecentBits = 6;
     struct Recent
     {
         std::pair<quint64, quint64> key;
         quint32 id = NoAnswer;
     };
-    Recent _recent[RecentSize];
-    // Open addressing, linear probing: key in the low word, answer above it.
-    quint64* _slots;
-    quint32 _mask = 0;
-    int _shift = 32;
-    quint32 _count = 0;
-    quint64 _spare[2] = {0, 0};
+    Recent _recent[1 << RecentBits];
+    // The thread's table (answer + 1 per colour, 0 for none yet), or null,
+    // and the entries that this matcher has set.
+    quint16* _table = nullptr;
+    std::vector<quint32>* _touched = nullptr;
 };
 
 } // namespace Internal
