@@ -182,9 +182,6 @@ private slots:
         QVERIFY(!font.loadChartable(absent));
         QCOMPARE(font.lastErrorStr(), QStringLiteral("Couldn't load chartable file: '%1'!").arg(absent));
         QVERIFY(font.fontBitmaps().size() == 2 && font.chartables().size() == 2);
-        QVERIFY(dir.writeFile(QStringLiteral("bad.png"), "not a picture"));
-        QVERIFY(!font.loadBitmaps(dir.filePath(QStringLiteral("bad.png")), 8, 8));
-        QCOMPARE(font.lastErrorStr(), QStringLiteral("Couldn't load font bitmap file: '%1'! Unsupported image format!").arg(dir.filePath(QStringLiteral("bad.png"))));
     }
 
     void outText_data()

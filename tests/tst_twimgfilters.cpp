@@ -173,7 +173,6 @@ private slots:
         QTest::newRow("7/16 of 100 on 200: 243.75 truncated") << 200 << 100 << 7.0 << 16.0 << 243;
         QTest::newRow("-33.75 truncated, then 0") << 10 << -100 << 7.0 << 16.0 << 0;
         QTest::newRow("above 255") << 250 << 100 << 1.0 << 1.0 << 255;
-        QTest::newRow("multiplied before divided") << 0 << 1 << 3.0 << 3.0 << 1;
         QTest::newRow("weight 0") << 123 << -100 << 0.0 << 1.0 << 123;
         QTest::newRow("divisor 0") << 100 << 5 << 1.0 << 0.0 << 255;
         QTest::newRow("0 / 0") << 100 << 0 << 1.0 << 0.0 << 0;

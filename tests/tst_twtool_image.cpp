@@ -6,6 +6,8 @@
 #ifdef Q_OS_LINUX
 #  include <sys/mount.h>
 #  include <unistd.h>
+#else
+#  define MS_RDONLY 1 // nothing is mounted there
 #endif
 
 namespace {
@@ -46,31 +48,17 @@ void writeFont(const TWTest::TempWorkDir& dir, const QByteArray& chartable = "A\
     QVERIFY(sheet.save(dir.filePath(QStringLiteral("sheet.png"))) && dir.writeFile(QStringLiteral("chars.txt"), chartable));
 }
 
-/*! A small tmpfs on a temporary folder while it lives: mounted only for root on Linux. */
-class TmpfsMount
+// A tmpfs of 16 KiB on a temporary folder while it lives; mounted for root on Linux only.
+struct Tmpfs
 {
-public:
-    explicit TmpfsMount(const char* options, unsigned long flags = 0)
-    {
+    QTemporaryDir dir;
+    bool mounted = false;
 #ifdef Q_OS_LINUX
-        _mounted = geteuid() == 0 && ::mount("tmpfs", QFile::encodeName(_dir.path()).constData(), "tmpfs", flags, options) == 0;
+    explicit Tmpfs(unsigned long flags) { mounted = geteuid() == 0 && ::mount("tmpfs", QFile::encodeName(dir.path()).constData(), "tmpfs", flags, "size=16k") == 0; }
+    ~Tmpfs() { if (mounted) ::umount(QFile::encodeName(dir.path()).constData()); }
+#else
+    explicit Tmpfs(unsigned long) {}
 #endif
-        Q_UNUSED(options)
-        Q_UNUSED(flags)
-    }
-    ~TmpfsMount()
-    {
-#ifdef Q_OS_LINUX
-        if (_mounted)
-            ::umount(QFile::encodeName(_dir.path()).constData());
-#endif
-    }
-    bool mounted() const { return _mounted; }
-    QString path() const { return _dir.path(); }
-
-private:
-    QTemporaryDir _dir;
-    bool _mounted = false;
 };
 
 } // namespace
@@ -150,86 +138,72 @@ private slots:
 
     void font_data()
     {
-        QTest::addColumn<QString>("arguments"); // after "font sheet.png chars.txt"
+        QTest::addColumn<QString>("arguments");  // after "font"
+        QTest::addColumn<QByteArray>("chartable");
         QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QString>("message");   // on standard error
-        QTest::addColumn<QSize>("size");        // of OUT, when written
-        QTest::newRow("wrapped and cut") << "4 4 ABBAB out.png --columns 2 --rows 2" << 0 << "" << QSize(8, 8);
-        QTest::newRow("one row") << "4 4 ABBA out.png --columns 0" << 0 << "" << QSize(16, 4);
-        QTest::newRow("unknown character") << "4 4 AxB out.png" << 0 << "not in the chartable, left empty: 'x'" << QSize(12, 4);
-        QTest::newRow("overwrite with -f") << "4 4 A old.png -f" << 0 << "" << QSize(4, 4);
-        QTest::newRow("no -f") << "4 4 A old.png" << 1 << "'old.png' exists; use -f" << QSize();
-        QTest::newRow("too few arguments") << "4 4 A" << 2 << "font takes SHEET" << QSize();
-        QTest::newRow("cell of 0") << "0 4 A out.png" << 2 << "CELLW and CELLH" << QSize();
-        QTest::newRow("bad colour") << "4 4 A out.png --color nocolour" << 2 << "--color takes a colour" << QSize();
-        QTest::newRow("alpha 256") << "4 4 A out.png --transparent 256" << 2 << "--transparent takes a number from 0 to 255" << QSize();
-        QTest::newRow("no format") << "4 4 A out.xyz" << 2 << "OUT's suffix" << QSize();
-        QTest::newRow("missing folder") << "4 4 A no/out.png" << 1 << "cannot write 'no/out.png'" << QSize();
-        QTest::newRow("too large") << "4 4 " + QString(5000, u'A') + " out.png" << 1 << "more than this tool draws" << QSize();
+        QTest::addColumn<QString>("message");    // on standard error
+        QTest::addColumn<QSize>("size");         // of OUT, when written
+        const QByteArray chartable = "A\t0\nB\t1\n";
+        QTest::newRow("wrapped and cut") << "sheet.png chars.txt 4 4 ABBAB out.png --columns 2 --rows 2" << chartable << 0 << "" << QSize(8, 8);
+        QTest::newRow("one row") << "sheet.png chars.txt 4 4 ABBA out.png --columns 0" << chartable << 0 << "" << QSize(16, 4);
+        QTest::newRow("unknown character") << "sheet.png chars.txt 4 4 AxB out.png" << chartable << 0 << "not in the chartable, left empty: 'x'" << QSize(12, 4);
+        QTest::newRow("twice: a warning") << "sheet.png chars.txt 4 4 A out.png" << QByteArray("A\t0\nA\t1\n") << 0 << "warning: The character: 'A' in line: 2 is already exist" << QSize(4, 4);
+        QTest::newRow("overwrite with -f") << "sheet.png chars.txt 4 4 A old.png -f" << chartable << 0 << "" << QSize(4, 4);
+        QTest::newRow("no -f") << "sheet.png chars.txt 4 4 A old.png" << chartable << 1 << "'old.png' exists; use -f" << QSize();
+        QTest::newRow("bad chartable") << "sheet.png chars.txt 4 4 A out.png" << QByteArray("A\t0\nB\t7\n") << 1 << "Invalid index: 7 in line: 2! The index must be 0-1" << QSize();
+        QTest::newRow("missing sheet") << "absent.png chars.txt 4 4 A out.png" << chartable << 1 << "Couldn't load font bitmap file: 'absent.png'! Couldn't open file" << QSize();
+        QTest::newRow("missing chartable") << "sheet.png absent.txt 4 4 A out.png" << chartable << 1 << "Couldn't load chartable file: 'absent.txt'!" << QSize();
+        QTest::newRow("cell does not fit") << "sheet.png chars.txt 3 4 A out.png" << chartable << 1 << "Font image size: 8x4 does not fit font size: 3x4!" << QSize();
+        QTest::newRow("cell of 0") << "sheet.png chars.txt 0 4 A out.png" << chartable << 2 << "CELLW and CELLH" << QSize();
+        QTest::newRow("bad colour") << "sheet.png chars.txt 4 4 A out.png --color nocolour" << chartable << 2 << "--color takes a colour" << QSize();
+        QTest::newRow("missing folder") << "sheet.png chars.txt 4 4 A no/out.png" << chartable << 1 << "cannot write 'no/out.png'" << QSize();
+        QTest::newRow("too large") << "sheet.png chars.txt 4 4 " + QString(5000, u'A') + " out.png" << chartable << 1 << "more than this tool draws" << QSize();
     }
 
     // Each run exits with its code and message, and writes OUT only on success.
     void font()
     {
         QFETCH(QString, arguments);
+        QFETCH(QByteArray, chartable);
         QFETCH(int, exitCode);
         QFETCH(QString, message);
         QFETCH(QSize, size);
         TWTest::TempWorkDir dir;
-        writeFont(dir);
+        writeFont(dir, chartable);
         QVERIFY(dir.writeFile(QStringLiteral("old.png"), "keep"));
-        const auto result = TWTest::runTool(QStringLiteral("font sheet.png chars.txt ") + arguments, dir.path());
+        const auto result = TWTest::runTool(QStringLiteral("font ") + arguments, dir.path());
         QCOMPARE(result.exitCode, exitCode);
         QVERIFY2(result.err.contains(message.toUtf8()), result.err.constData());
-        const QString out = arguments.section(u' ', 3, 3);
+        const QString out = arguments.section(u' ', 5, 5);
         if (size.isValid())
             QCOMPARE(QImage(dir.filePath(out)).size(), size);
         else if (!out.isEmpty())
             QVERIFY(out == QLatin1String("old.png") ? dir.readFile(out) == "keep" : !QFile::exists(dir.filePath(out)));
     }
 
-    // Colours: the text takes its colour even when it is the sheet's
-    // background, and the background can go transparent; a bad chartable
-    // writes nothing, a repeated character only warns.
+    // The text takes its colour even when that is the sheet's background.
     void fontColours()
     {
         TWTest::TempWorkDir dir;
         writeFont(dir);
-        auto result = TWTest::runTool(QStringLiteral("font sheet.png chars.txt 4 4 B out.png --color white --background black --transparent 0"), dir.path());
+        const auto result = TWTest::runTool(QStringLiteral("font sheet.png chars.txt 4 4 B out.png --color white --background black --transparent 0"), dir.path());
         QVERIFY2(result.exitCode == 0 && result.out.contains("out.png: 4x4, 1 character(s)"), result.err.constData());
-        QImage out(dir.filePath(QStringLiteral("out.png")));
+        const QImage out(dir.filePath(QStringLiteral("out.png")));
         QVERIFY(out.pixel(0, 0) == qRgb(255, 255, 255) && qAlpha(out.pixel(1, 1)) == 0);
-
-        writeFont(dir, "A\t0\nB\t7\nA\t1\n");
-        result = TWTest::runTool(QStringLiteral("font sheet.png chars.txt 4 4 A bad.png"), dir.path());
-        QVERIFY2(result.exitCode == 1 && result.err.contains("Invalid index: 7 in line: 2! The index must be 0-1")
-                     && result.err.contains("warning: The character: 'A' in line: 3") && result.err.contains("nothing was written"),
-                 result.err.constData());
-        writeFont(dir, "A\t0\nA\t1\n");
-        result = TWTest::runTool(QStringLiteral("font sheet.png chars.txt 4 4 A frame.png"), dir.path());
-        QVERIFY2(result.exitCode == 0 && result.err.contains("already exist"), result.err.constData());
-        QVERIFY(QImage(dir.filePath(QStringLiteral("frame.png"))).pixel(1, 1) == qRgb(255, 255, 255) && !QFile::exists(dir.filePath(QStringLiteral("bad.png"))));
-        result = TWTest::runTool(QStringLiteral("font absent.png chars.txt 4 4 A x.png"), dir.path());
-        QVERIFY2(result.exitCode == 1 && result.err.contains("Couldn't load font bitmap file: 'absent.png'! Couldn't open file"), result.err.constData());
-        result = TWTest::runTool(QStringLiteral("font sheet.png absent.txt 4 4 A x.png"), dir.path());
-        QVERIFY2(result.exitCode == 1 && result.err.contains("Couldn't load chartable file: 'absent.txt'!"), result.err.constData());
-        result = TWTest::runTool(QStringLiteral("font sheet.png chars.txt 3 4 A x.png"), dir.path());
-        QVERIFY2(result.exitCode == 1 && result.err.contains("Font image size: 8x4 does not fit font size: 3x4!"), result.err.constData());
-        QVERIFY(dir.files(QStringList{"x.png", "twoutput_*"}).isEmpty());
     }
 
     // A full disk and a read-only one: the run fails, says so, and leaves nothing.
     void fullDisk()
     {
-        TmpfsMount full("size=16k"), readOnly("size=16k", MS_RDONLY);
-        if (!full.mounted() || !readOnly.mounted())
+        Tmpfs full(0), readOnly(MS_RDONLY);
+        if (!full.mounted || !readOnly.mounted)
             return QTest::qSkip("needs root to mount a small tmpfs", __FILE__, __LINE__);
         TWTest::TempWorkDir dir;
         writeFont(dir);
         QImage picture(100, 100, QImage::Format_RGB32);
         picture.fill(qRgb(1, 2, 3));
         QVERIFY(picture.save(dir.filePath(QStringLiteral("in.png"))));
-        for (const QString& folder : {full.path(), readOnly.path()}) {
+        for (const QString& folder : {full.dir.path(), readOnly.dir.path()}) {
             auto result = image(dir, QStringLiteral("palette in.png %1/out.bmp --palette gray4").arg(folder));
             QVERIFY2(result.exitCode == 1 && result.err.contains("cannot write"), result.err.constData());
             result = TWTest::runTool(QStringLiteral("font sheet.png chars.txt 4 4 %1 %2/out.bmp").arg(QString(2000, u'A'), folder), dir.path());
