@@ -472,7 +472,7 @@ TWColor TWImageExt::closestColor(const TWColor& color, const QList<TWColor>& pal
     for (const TWColor& entry : palette) {
         const int distance = colorDistance(color, entry);
         if (distance == 0)
-            return entry; // not cached: the next walk finds it as fast
+            return entry; // an exact match ends the walk and is never cached
         if (distance < bestDistance) {
             best = entry;
             bestDistance = distance;

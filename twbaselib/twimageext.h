@@ -107,7 +107,7 @@ public:
      * keyed by red, then green, then blue. A colour found there is answered
      * from it without a look at the palette, so a cache belongs to one
      * palette: start a new one when the palette changes. Every other answer is
-     * stored there, apart from exact matches, which are found quickly anyway.
+     * stored there, apart from exact matches.
      */
     static TWColor closestColor(const TWColor& color, const QList<TWColor>& palette,
                                 QHash<int, QHash<int, QHash<int, TWColor>>>* cache);
