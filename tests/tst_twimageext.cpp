@@ -5,6 +5,7 @@
 #include <twutils.h>
 
 #include <QtCore/QMetaType>
+#include <QtCore/QRandomGenerator>
 #include <QtTest/QTest>
 
 #ifdef TW_HAVE_STB_IMAGE
@@ -60,6 +61,63 @@ QByteArray rgb(std::initializer_list<int> bytes)
     for (int b : bytes)
         out.append(char(b));
     return out;
+}
+
+
+using Cache = QHash<int, QHash<int, QHash<int, TWColor>>>;
+
+QList<TWColor> colors(std::initializer_list<QRgb> words)
+{
+    QList<TWColor> out;
+    for (QRgb w : words)
+        out << TWColor(w);
+    return out;
+}
+
+QString colorText(const TWColor& c)
+{
+    QString text = QStringLiteral("%1").arg(c.rgba(), 8, 16);
+    for (QRgb word : c.pattern)
+        text += QStringLiteral(" %1").arg(word, 8, 16);
+    return text;
+}
+
+// Every leaf of a cache as "r,g,b rgba [pattern]", sorted; patterns count, unlike in TWColor's ==.
+QStringList cacheText(const Cache& cache)
+{
+    QStringList out;
+    for (auto r = cache.cbegin(); r != cache.cend(); ++r)
+        for (auto g = r->cbegin(); g != r->cend(); ++g)
+            for (auto b = g->cbegin(); b != g->cend(); ++b)
+                out << QStringLiteral("%1,%2,%3 ").arg(r.key()).arg(g.key()).arg(b.key()) + colorText(*b);
+    out.sort();
+    return out;
+}
+
+// toPaletteImage() step by step, one closestColor() per pixel or pair.
+QImage writtenOut(const QImage& image, const QList<TWColor>& palette, bool usePattern, Cache* cache)
+{
+    QImage result = image.convertToFormat(QImage::Format_RGBA8888);
+    for (int y = 0; y < result.height(); ++y) {
+        QRgb* line = reinterpret_cast<QRgb*>(result.scanLine(y));
+        const QRgb* above = y ? reinterpret_cast<const QRgb*>(result.constScanLine(y - 1)) : nullptr;
+        for (int x = 0; x < result.width();) {
+            TWColor chosen = TWImageExt::closestColor(TWColor(line[x]), palette, cache);
+            if (!usePattern || !chosen.isPatterned()) {
+                line[x++] = chosen.rgba();
+                continue;
+            }
+            if (x > 0 && line[x - 1] == chosen.patternFirst())
+                chosen.swapPattern();
+            if (above && above[x] == chosen.patternFirst() && (x + 1 == result.width() || above[x + 1] != chosen.patternFirst()))
+                chosen.swapPattern();
+            line[x] = chosen.patternFirst();
+            if (x + 1 < result.width())
+                line[x + 1] = chosen.patternSecond();
+            x += 2;
+        }
+    }
+    return result;
 }
 
 } // namespace
@@ -277,6 +335,177 @@ private slots:
         QVERIFY(TWColor(TWRgb(1, 2, 3, 4)).toRgb(out).b == 3 && out.a == 4 && TWRgb().a == 255);
         QCOMPARE(TWColor(0x80102030u).rgba(), 0xFF102030u);
         QCOMPARE(QMetaType::fromName("QList<TWColor>"), QMetaType::fromType<TWPalette>());
+    }
+
+    void distances_data()
+    {
+        QTest::addColumn<QColor>("a");
+        QTest::addColumn<QColor>("b");
+        QTest::addColumn<int>("distance");
+        QTest::newRow("black, white") << QColor(0, 0, 0) << QColor(255, 255, 255) << 195075;
+        QTest::newRow("one channel") << QColor(0, 9, 0) << QColor(255, 9, 0) << 65025;
+        QTest::newRow("alpha only") << QColor(1, 2, 3, 0) << QColor(1, 2, 3, 255) << 0;
+        QTest::newRow("signed differences") << QColor(10, 20, 30) << QColor(30, 20, 10) << 800;
+    }
+
+    void distances()
+    {
+        QFETCH(QColor, a);
+        QFETCH(QColor, b);
+        QTEST(TWImageExt::colorDistance(a, b), "distance");
+        QTEST(TWImageExt::colorDistance(b, a), "distance");
+    }
+
+    void closestColor_data()
+    {
+        QTest::addColumn<QList<TWColor>>("palette");
+        QTest::addColumn<QColor>("color");
+        QTest::addColumn<int>("chosen"); // index in the palette, -1 for the default colour
+        QTest::addColumn<bool>("cached");
+        QTest::newRow("tie: the first") << colors({qRgb(90, 100, 100), qRgb(110, 100, 100)}) << QColor(100, 100, 100) << 0 << true;
+        QTest::newRow("130050 from both: default") << colors({qRgb(255, 0, 0), qRgb(0, 0, 255)}) << QColor(255, 255, 255) << -1 << true;
+        QTest::newRow("65025 away: default") << colors({qRgb(0, 0, 0)}) << QColor(255, 0, 0) << -1 << true;
+        QTest::newRow("65024 away") << colors({qRgb(0, 0, 0)}) << QColor(32, 80, 240) << 0 << true;
+        QTest::newRow("empty palette") << QList<TWColor>() << QColor(1, 2, 3) << -1 << true;
+        QTest::newRow("exact, twice: first, not cached") << colors({qRgb(9, 9, 9), qRgb(1, 2, 3), qRgb(1, 2, 3)}) << QColor(1, 2, 3) << 1 << false;
+        QTest::newRow("exact whatever the alpha") << QList<TWColor>{TWColor(1, 2, 3, 7)} << QColor(1, 2, 3, 200) << 0 << false;
+    }
+
+    // The answer, and a cache that keeps it (exact matches excepted) so that a
+    // later call, even with another palette, gets the same.
+    void closestColor()
+    {
+        QFETCH(QList<TWColor>, palette);
+        QFETCH(QColor, color);
+        QFETCH(int, chosen);
+        QFETCH(bool, cached);
+        const TWColor expected = chosen < 0 ? TWColor() : palette.at(chosen);
+        Cache cache;
+        const TWColor got = TWImageExt::closestColor(color, palette, &cache);
+        QVERIFY(got == expected && got.isValid() == (chosen >= 0) && got.rgba() == (chosen < 0 ? qRgb(0, 0, 0) : expected.rgba()));
+        QCOMPARE(cacheText(cache), cached ? QStringList{QStringLiteral("%1,%2,%3 %4").arg(color.red()).arg(color.green()).arg(color.blue()).arg(expected.rgba(), 8, 16)} : QStringList());
+        const TWColor again = TWImageExt::closestColor(color, colors({qRgb(7, 7, 7)}), &cache);
+        QCOMPARE(again == expected && again.isValid() == expected.isValid(), cached);
+        QCOMPARE(TWImageExt::closestColor(color, palette, nullptr), expected);
+    }
+
+    void patterns()
+    {
+        const TWColor pattern = TWImageExt::generatePattern(TWColor(255, 0, 1, 9), TWColor(0, 0, 2, 255));
+        QVERIFY(pattern.rgba() == qRgba(127, 0, 1, 255) && pattern.pattern == QList<QRgb>({qRgb(255, 0, 1), qRgb(0, 0, 2)}));
+        QVERIFY(TWImageExt::generatePatternedPalette({}).isEmpty());
+        const auto texts = [](const QList<TWColor>& palette) {
+            QStringList out;
+            for (const TWColor& c : palette)
+                out << colorText(c);
+            return out;
+        };
+        QCOMPARE(texts(TWImageExt::generatePatternedPalette(colors({qRgb(1, 1, 1)}))), QStringList{"ff010101"});
+        const QList<TWColor> three = colors({qRgb(0, 0, 0), qRgb(100, 0, 0), qRgb(0, 200, 0)});
+        const QList<TWColor> six = TWImageExt::generatePatternedPalette(three);
+        const auto pair = [&](int a, int b) { return TWImageExt::generatePattern(three.at(a), three.at(b)); };
+        QCOMPARE(texts(six), texts(three + QList<TWColor>{pair(1, 0), pair(2, 0), pair(2, 1)}));
+        QCOMPARE(six.at(3).pattern, QList<QRgb>({qRgb(100, 0, 0), qRgb(0, 0, 0)}));
+        // Patterned entries pair by their mean; duplicates stay.
+        QCOMPARE(TWImageExt::generatePatternedPalette(six + six.mid(5)).size(), 7 + 21);
+    }
+
+    void toPaletteImage_data()
+    {
+        // K black, W white, g the grey between them: the pattern (W, K) of the
+        // palette {K, W} with patterns. Greys look the same with red and blue exchanged.
+        QTest::addColumn<QStringList>("input");
+        QTest::addColumn<bool>("usePattern");
+        QTest::addColumn<QStringList>("expected");
+        QTest::newRow("along and across rows") << QStringList{"gggg", "gggg", "gggg"} << true << QStringList{"WKWK", "KWKW", "WKWK"};
+        QTest::newRow("odd width") << QStringList{"ggg", "ggg"} << true << QStringList{"WKW", "KWK"};
+        QTest::newRow("second of a pair not looked at") << QStringList{"gWgK"} << true << QStringList{"WKWK"};
+        QTest::newRow("a plain pixel moves the pairs") << QStringList{"Kggg"} << true << QStringList{"KWKW"};
+        QTest::newRow("same colour twice above: no swap") << QStringList{"WW", "gg"} << true << QStringList{"WW", "WK"};
+        QTest::newRow("without patterns: the mean") << QStringList{"gK"} << false << QStringList{"gK"};
+    }
+
+    void toPaletteImage()
+    {
+        QFETCH(QStringList, input);
+        QFETCH(bool, usePattern);
+        const QMap<QChar, QRgb> colours{{u'K', qRgb(0, 0, 0)}, {u'W', qRgb(255, 255, 255)}, {u'g', qRgb(127, 127, 127)}};
+        QImage image(int(input.at(0).size()), int(input.size()), QImage::Format_RGB32);
+        for (int y = 0; y < image.height(); ++y)
+            for (int x = 0; x < image.width(); ++x)
+                image.setPixel(x, y, colours.value(input.at(y).at(x)));
+        const QImage result = TWImageExt::toPaletteImage(image, TWImageExt::generatePatternedPalette(colors({qRgb(0, 0, 0), qRgb(255, 255, 255)})), usePattern, nullptr);
+        QCOMPARE(result.format(), QImage::Format_RGBA8888);
+        QStringList got;
+        for (int y = 0; y < result.height(); ++y) {
+            got << QString();
+            for (int x = 0; x < result.width(); ++x)
+                got.last() += colours.key(result.pixel(x, y), u'?');
+        }
+        QTEST(got, "expected");
+    }
+
+    void toPaletteImageChannels_data()
+    {
+        QTest::addColumn<QRgb>("pixel"); // as the format shows it
+        QTest::addColumn<QList<TWColor>>("palette");
+        QTest::addColumn<QRgb>("expected");
+        QTest::newRow("exchanged palette colour matches exactly") << qRgba(10, 20, 30, 255) << colors({qRgb(30, 20, 10)}) << qRgba(10, 20, 30, 255);
+        QTest::newRow("the same colour, 800 away, comes back exchanged") << qRgba(10, 20, 30, 255) << colors({qRgb(10, 20, 30)}) << qRgba(30, 20, 10, 255);
+        QTest::newRow("tie: the first entry") << qRgba(100, 100, 100, 255) << colors({qRgb(90, 100, 100), qRgb(110, 100, 100)}) << qRgba(100, 100, 90, 255);
+        QTest::newRow("empty palette: opaque black") << qRgba(10, 20, 30, 40) << QList<TWColor>() << qRgba(0, 0, 0, 255);
+        QTest::newRow("pixel alpha dropped") << qRgba(10, 20, 30, 40) << colors({qRgb(30, 20, 10)}) << qRgba(10, 20, 30, 255);
+        QTest::newRow("entry alpha written") << qRgba(10, 20, 30, 40) << QList<TWColor>{TWColor(30, 20, 10, 77)} << qRgba(10, 20, 30, 77);
+    }
+
+    void toPaletteImageChannels()
+    {
+        QFETCH(QRgb, pixel);
+        QFETCH(QList<TWColor>, palette);
+        QImage image(3, 1, QImage::Format_RGBA8888);
+        image.fill(QColor::fromRgba(pixel));
+        const QImage result = TWImageExt::toPaletteImage(image, palette, true, nullptr);
+        QTEST(result.pixel(2, 0), "expected");
+    }
+
+    // Against the steps written out plainly, per pixel through closestColor():
+    // the same pixels, and the same cache afterwards, also when the cache came
+    // from another palette; small pictures ask the cache colour by colour,
+    // large ones (and small caches) read it whole first.
+    void toPaletteImageAsWrittenOut_data()
+    {
+        QTest::addColumn<QSize>("size");
+        QTest::addColumn<bool>("patterned");
+        QTest::addColumn<int>("cacheKind"); // 0 none, 1 empty, 2 from another palette
+        for (const QSize& size : {QSize(9, 7), QSize(301, 220)})
+            for (const bool patterned : {false, true})
+                for (int cacheKind = 0; cacheKind < 3; ++cacheKind)
+                    QTest::addRow("%dx%d %s cache %d", size.width(), size.height(), patterned ? "patterned" : "plain", cacheKind) << size << patterned << cacheKind;
+    }
+
+    void toPaletteImageAsWrittenOut()
+    {
+        QFETCH(QSize, size);
+        QFETCH(bool, patterned);
+        QFETCH(int, cacheKind);
+        QRandomGenerator rng(size.width() * 7 + cacheKind);
+        QImage image(size, QImage::Format_ARGB32);
+        for (int y = 0; y < size.height(); ++y)
+            for (int x = 0; x < size.width(); ++x) // few colours, in runs, some exact, some far from all
+                image.setPixel(x, y, rng.bounded(4) ? image.pixel(qMax(0, x - 1), y) : qRgba(rng.bounded(5) * 60, qMin(255, rng.bounded(3) * 128), rng.bounded(6) * 51, rng.bounded(256)));
+        QList<TWColor> palette = colors({qRgb(0, 0, 0), qRgb(204, 128, 60), qRgb(51, 0, 180), qRgb(204, 128, 60)});
+        palette.append(TWColor(255, 0, 102, 128));
+        if (patterned)
+            palette = TWImageExt::generatePatternedPalette(palette);
+        Cache cache;
+        if (cacheKind == 2)
+            TWImageExt::toPaletteImage(image.copy(0, 0, 5, 5), TWImageExt::generatePatternedPalette(colors({qRgb(0, 255, 0), qRgb(0, 0, 9)})), true, &cache);
+        Cache reference = cache;
+        const bool withCache = cacheKind > 0;
+        const QImage expected = writtenOut(image, palette, true, withCache ? &reference : nullptr);
+        QCOMPARE(TWImageExt::toPaletteImage(image, palette, true, withCache ? &cache : nullptr), expected);
+        QCOMPARE(cacheText(cache), cacheText(reference));
+        QCOMPARE(TWImageExt::toPaletteImage(image, palette, false, nullptr), writtenOut(image, palette, false, nullptr));
     }
 
     // The format word: written back from the suffix in upper case, a given one winning.

@@ -16,6 +16,8 @@
 #include "tweventfilter.h"
 #include "twconfig.h"
 #include "twimageext.h"
+#include "twimgfilters.h"
+#include "twbitmapfont.h"
 #include "twvoiceutils.h"
 
 #endif // TWBASELIB_H

@@ -8,6 +8,7 @@
 #include <QtGui/qpainter.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -430,6 +431,339 @@ TWImageExt& TWImageExt::operator=(TWImageExt&& /*other*/) noexcept
 {
     return *this;
 }
+
+// ---------------------------------------------------------------------------
+// Colour matching
+// ---------------------------------------------------------------------------
+
+int TWImageExt::colorDistance(const TWColor& a, const TWColor& b)
+{
+    if (a.rgb() == b.rgb())
+        return 0;
+    const int red = a.red() - b.red();
+    const int green = a.green() - b.green();
+    const int blue = a.blue() - b.blue();
+    return red * red + green * green + blue * blue;
+}
+
+TWColor TWImageExt::closestColor(const TWColor& color, const QList<TWColor>& palette,
+                                 QHash<int, QHash<int, QHash<int, TWColor>>>* cache)
+{
+    const int red = color.red(), green = color.green(), blue = color.blue();
+    if (cache) {
+        // Found through const lookups: a miss adds no empty level, and a
+        // cache shared with a copy is not detached just to be read.
+        const Internal::ColorCache& known = *cache;
+        const auto byRed = known.constFind(red);
+        if (byRed != known.cend()) {
+            const auto byGreen = byRed->constFind(green);
+            if (byGreen != byRed->cend()) {
+                const auto byBlue = byGreen->constFind(blue);
+                if (byBlue != byGreen->cend())
+                    return *byBlue;
+            }
+        }
+    }
+    // 65025 (one channel all the way across) is where the search starts, so
+    // only a nearer entry is ever taken; no entry that near leaves the
+    // default colour, opaque black.
+    TWColor best;
+    int bestDistance = 65025;
+    for (const TWColor& entry : palette) {
+        const int distance = colorDistance(color, entry);
+        if (distance == 0)
+            return entry; // an exact match ends the walk and is never cached
+        if (distance < bestDistance) {
+            best = entry;
+            bestDistance = distance;
+        }
+    }
+    if (cache)
+        (*cache)[red][green][blue] = best;
+    return best;
+}
+
+TWColor TWImageExt::generatePattern(const TWColor& a, const TWColor& b)
+{
+    TWColor result((a.red() + b.red()) / 2, (a.green() + b.green()) / 2, (a.blue() + b.blue()) / 2, 255);
+    result.setPattern({a.rgb(), b.rgb()});
+    return result;
+}
+
+QList<TWColor> TWImageExt::generatePatternedPalette(const QList<TWColor>& palette)
+{
+    QList<TWColor> result = palette;
+    const qsizetype n = palette.size();
+    result.reserve(n + n * (n - 1) / 2);
+    for (qsizetype i = 0; i < n; ++i) {
+        for (qsizetype j = i + 1; j < n; ++j)
+            result.append(generatePattern(palette.at(j), palette.at(i)));
+    }
+    return result;
+}
+
+namespace {
+
+// How many pixels ahead toPaletteImage() asks for a colour's table entry.
+constexpr int PrefetchAhead = 16;
+
+} // namespace
+
+QImage TWImageExt::toPaletteImage(const QImage& image, const QList<TWColor>& palette, const bool& usePattern,
+                                  QHash<int, QHash<int, QHash<int, TWColor>>>* cache)
+{
+    QImage result = image.convertToFormat(QImage::Format_RGBA8888);
+    const int width = result.width();
+    const int height = result.height();
+    if (width <= 0 || height <= 0)
+        return result;
+    Internal::ColorMatcher matcher(palette, cache, qint64(width) * height);
+    // Pixels are read and written as QRgb words, whatever the format's own
+    // byte order: that is what exchanges red and blue.
+    uchar* const bits = result.bits();
+    const qsizetype bytesPerLine = result.bytesPerLine();
+    // No colour has a bit above the 24th: the first pixel always asks.
+    QRgb lastColor = ~0u;
+    Internal::PaletteAnswer last{};
+    for (int y = 0; y < height; ++y) {
+        QRgb* const line = reinterpret_cast<QRgb*>(bits + y * bytesPerLine);
+        // The row above holds pixels already converted.
+        const QRgb* const above = y > 0 ? reinterpret_cast<const QRgb*>(bits + (y - 1) * bytesPerLine) : nullptr;
+        for (int x = 0; x < width;) {
+            // The table's entries are far apart for far colours: asking for
+            // one some pixels ahead lets the memory fetch them meanwhile.
+            matcher.prefetch(line[std::min(x + PrefetchAhead, width - 1)]);
+            const QRgb color = line[x] & 0xFFFFFFu; // alpha plays no part in the match
+            if (color != lastColor) {
+                last = matcher.match(color);
+                lastColor = color;
+            }
+            if (!usePattern || !last.patterned) {
+                line[x++] = last.rgba;
+                continue;
+            }
+            // A pattern covers this pixel and the next, which is not looked at.
+            // Its colours alternate along the row and fall out of step with
+            // the row above.
+            QRgb first = last.first, second = last.second;
+            if (x > 0 && line[x - 1] == first)
+                std::swap(first, second);
+            if (above && above[x] == first && (x + 1 >= width || above[x + 1] != first))
+                std::swap(first, second);
+            line[x] = first;
+            if (x + 1 < width)
+                line[x + 1] = second;
+            x += 2;
+        }
+    }
+    return result;
+}
+
+namespace Internal {
+
+namespace {
+
+// The cache is read whole when it holds no more than one entry for this many
+// pixels; larger caches are asked colour by colour.
+constexpr qint64 PixelsPerCachedColor = 2;
+// Clearing more entries than this one by one costs more than clearing all.
+constexpr size_t ClearAllAbove = size_t(1) << 21;
+
+// The thread's answer table of ColorMatcher, made at its first use.
+struct ColorTable
+{
+    quint16* entries = nullptr;
+    bool failed = false;
+    bool busy = false;
+    std::vector<quint32> touched;
+
+    ~ColorTable() { std::free(entries); }
+};
+
+thread_local ColorTable threadTable;
+
+// What isPatterned(), patternFirst() and patternSecond() answer, read
+// straight from the list: those are exported calls that can't be inlined.
+PaletteAnswer answerOf(const TWColor& color)
+{
+    const bool patterned = color.pattern.size() == 2;
+    return {color.rgba(), patterned ? color.pattern.at(0) : 0u, patterned ? color.pattern.at(1) : 0u, patterned};
+}
+
+} // namespace
+
+ColorMatcher::ColorMatcher(const QList<TWColor>& palette, ColorCache* cache, qint64 pixels)
+    : _palette(palette)
+    , _cache(cache)
+{
+    const qsizetype n = palette.size();
+    _red.reserve(size_t(n));
+    _green.reserve(size_t(n));
+    _blue.reserve(size_t(n));
+    _answers.reserve(size_t(n) + 1);
+    for (const TWColor& entry : palette) {
+        _red.push_back(entry.red());
+        _green.push_back(entry.green());
+        _blue.push_back(entry.blue());
+        _answers.push_back(answerOf(entry));
+    }
+    _answers.push_back(answerOf(TWColor()));
+
+    // One matcher at a time uses the thread's table; calloc'ed memory costs
+    // only the pages that are touched.
+    ColorTable& table = threadTable;
+    if (!table.entries && !table.failed) {
+        table.entries = static_cast<quint16*>(std::calloc(size_t(1) << 24, sizeof(quint16)));
+        table.failed = !table.entries;
+    }
+    if (table.entries && !table.busy) {
+        table.busy = true;
+        _table = table.entries;
+        _touched = &table.touched;
+    }
+
+    if (_cache && !_cache->isEmpty() && pixels >= 65536) {
+        // Counting costs a pass over the first two levels: worth it only
+        // when there are many more pixels than that.
+        qint64 cached = 0;
+        for (const auto& byGreen : std::as_const(*_cache)) {
+            for (const auto& byBlue : byGreen)
+                cached += byBlue.size();
+        }
+        if (cached * PixelsPerCachedColor <= pixels)
+            readWholeCache();
+    }
+}
+
+ColorMatcher::~ColorMatcher()
+{
+    if (!_table)
+        return;
+    if (_touched->size() > ClearAllAbove) {
+        std::memset(_table, 0, (size_t(1) << 24) * sizeof(quint16));
+        *_touched = std::vector<quint32>();
+    } else {
+        for (const quint32 at : *_touched)
+            _table[at] = 0;
+        _touched->clear();
+    }
+    threadTable.busy = false;
+}
+
+quint32 ColorMatcher::resolve(quint32 rgb)
+{
+    const int red = int(rgb >> 16 & 0xFF), green = int(rgb >> 8 & 0xFF), blue = int(rgb & 0xFF);
+    quint32 id;
+    bool found = false;
+    if (_cache && !_cacheRead) {
+        const ColorCache& known = *_cache;
+        const auto byRed = known.constFind(red);
+        if (byRed != known.cend()) {
+            const auto byGreen = byRed->constFind(green);
+            if (byGreen != byRed->cend()) {
+                const auto byBlue = byGreen->constFind(blue);
+                if (byBlue != byGreen->cend()) {
+                    id = answerFor(*byBlue);
+                    found = true;
+                }
+            }
+        }
+    }
+    if (!found)
+        id = walk(red, green, blue);
+    if (_table)
+        remember(entryOf(rgb), id);
+    return id;
+}
+
+quint32 ColorMatcher::walk(int red, int green, int blue)
+{
+    // closestColor()'s walk: the first entry at the smallest distance, if
+    // that is below 65025; an exact match ends it and is not cached.
+    const int* const r = _red.data();
+    const int* const g = _green.data();
+    const int* const b = _blue.data();
+    const quint32 n = quint32(_red.size());
+    int bestDistance = 65025;
+    quint32 best = n; // the default colour
+    for (quint32 i = 0; i < n; ++i) {
+        const int dr = red - r[i], dg = green - g[i], db = blue - b[i];
+        const int distance = dr * dr + dg * dg + db * db;
+        if (distance < bestDistance) {
+            if (distance == 0)
+                return i;
+            bestDistance = distance;
+            best = i;
+        }
+    }
+    if (_cache)
+        (*_cache)[red][green][blue] = best < n ? _palette.at(best) : TWColor();
+    return best;
+}
+
+quint32 ColorMatcher::answerFor(const TWColor& color)
+{
+    // Colours from the cache are usually palette entries (or the default),
+    // but a cache may come from another palette: each distinct one gets an
+    // answer of its own. A small table of recent ones spares most lookups.
+    const PaletteAnswer answer = answerOf(color);
+    const std::pair<quint64, quint64> key(quint64(answer.rgba) << 32 | answer.first,
+                                          quint64(answer.second) << 1 | quint64(answer.patterned));
+    Recent& recent = _recent[((answer.rgba ^ answer.first) * 0x9E3779B1u) >> (32 - RecentBits)];
+    if (recent.id != NoAnswer && recent.key == key)
+        return recent.id;
+    const auto known = _cachedAnswers.constFind(key);
+    quint32 id;
+    if (known != _cachedAnswers.cend()) {
+        id = *known;
+    } else {
+        id = quint32(_answers.size());
+        _answers.push_back(answer);
+        _cachedAnswers.insert(key, id);
+    }
+    recent = {key, id};
+    return id;
+}
+
+bool ColorMatcher::remember(quint32 at, quint32 id)
+{
+    // An answer past what an entry holds (a palette of some 65 000 colours)
+    // is found again each time instead.
+    if (id >= 0xFFFFu)
+        return false;
+    _table[at] = quint16(id + 1);
+    _touched->push_back(at);
+    return true;
+}
+
+void ColorMatcher::readWholeCache()
+{
+    if (!_table)
+        return;
+    // Keys outside 0 to 255 can't be asked for and are passed over. Should
+    // an answer not fit in the table, the cache is asked colour by colour
+    // after all.
+    bool whole = true;
+    const ColorCache& known = *_cache;
+    for (auto byRed = known.cbegin(); byRed != known.cend(); ++byRed) {
+        if (quint32(byRed.key()) > 255)
+            continue;
+        for (auto byGreen = byRed->cbegin(); byGreen != byRed->cend(); ++byGreen) {
+            if (quint32(byGreen.key()) > 255)
+                continue;
+            const quint32 redGreen = quint32(byRed.key()) << 16 | quint32(byGreen.key()) << 8;
+            for (auto byBlue = byGreen->cbegin(); byBlue != byGreen->cend(); ++byBlue) {
+                if (quint32(byBlue.key()) <= 255) {
+                    const quint32 rgb = redGreen | quint32(byBlue.key());
+                    whole = remember(entryOf(rgb), answerFor(*byBlue)) && whole;
+                }
+            }
+        }
+    }
+    _cacheRead = whole;
+}
+
+} // namespace Internal
 
 // ---------------------------------------------------------------------------
 // TGA

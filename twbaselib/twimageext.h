@@ -4,6 +4,7 @@
 #include "twglobal.h"
 
 #include <QtCore/qbytearray.h>
+#include <QtCore/qhash.h>
 #include <QtCore/qlist.h>
 #include <QtCore/qmetatype.h>
 #include <QtCore/qstring.h>
@@ -70,14 +71,16 @@ typedef QList<TWColor> TWPalette;
 namespace TW {
 
 /*!
- * Static image helpers: a TGA reader, a RIFF palette reader, loading and
- * saving through Qt, and pixel transforms on QImage.
+ * Static image helpers: colour matching against palettes, a TGA reader, a
+ * RIFF palette reader, loading and saving through Qt, and pixel transforms
+ * on QImage.
  *
  * The loaders answer a text: empty on success, otherwise the reason. They
  * neither log nor keep a last error, apart from what TWUtils::readFile records
- * when a file can't be opened. The transforms have no failure path: a null
- * image in gives a null image out. The class has no state, so every helper may
- * run in any number of threads at once on different images.
+ * when a file can't be opened. The colour operations and the transforms have
+ * no failure path: a null image in gives a null image out. The class has no
+ * state, so every helper may run in any number of threads at once on
+ * different images, as long as no two of them share a colour cache.
  */
 class TWBASELIB_EXPORT TWImageExt
 {
@@ -87,6 +90,59 @@ public:
     /*! The class has no data: assignment does nothing. */
     TWImageExt& operator=(const TWImageExt& other);
     TWImageExt& operator=(TWImageExt&& other) noexcept;
+
+    /*!
+     * The squared distance of two colours: the sum of the squares of the
+     * differences of red, green and blue, from 0 to 195075. Alpha and
+     * patterns play no part.
+     */
+    static int colorDistance(const TWColor& a, const TWColor& b);
+    /*!
+     * The entry of \a palette nearest to \a color by colorDistance(): the
+     * first of equally near entries, and only one nearer than 65025. When no
+     * entry is that near (an empty palette included), the answer is a
+     * default TWColor, which reads as opaque black.
+     *
+     * \a cache, which may be null, is the caller's memory of earlier answers,
+     * keyed by red, then green, then blue. A colour found there is answered
+     * from it without a look at the palette, so a cache belongs to one
+     * palette: start a new one when the palette changes. Every other answer is
+     * stored there, apart from exact matches.
+     */
+    static TWColor closestColor(const TWColor& color, const QList<TWColor>& palette,
+                                QHash<int, QHash<int, QHash<int, TWColor>>>* cache);
+    /*!
+     * \a image reduced to the colours of \a palette, as Format_RGBA8888.
+     *
+     * Each pixel is matched with closestColor() (so \a cache fills as there).
+     * With \a usePattern, a pixel that matches a patterned entry is written as
+     * the entry's two pattern colours side by side, covering the next pixel
+     * too, which is then not looked at; the two colours change places so that
+     * they alternate along a row and fall out of step from one row to the
+     * next, a checkerboard. Otherwise an entry's own colour and alpha are
+     * written, pixel alpha is dropped.
+     *
+     * Red and blue come out exchanged, by design: the pixels are read and
+     * written as QRgb words, whose byte order is not that of Format_RGBA8888.
+     * A pixel that shows (10, 20, 30) is matched as (30, 20, 10), and the
+     * palette colour (30, 20, 10) is written so that it shows (10, 20, 30).
+     * Exchange red and blue around the call to see the palette's own colours.
+     */
+    static QImage toPaletteImage(const QImage& image, const QList<TWColor>& palette, const bool& usePattern,
+                                 QHash<int, QHash<int, QHash<int, TWColor>>>* cache);
+    /*!
+     * A patterned colour standing for \a a and \a b side by side: the mean of
+     * their red, green and blue (halves dropped), alpha 255, with the pattern
+     * \a a, then \a b, as opaque words.
+     */
+    static TWColor generatePattern(const TWColor& a, const TWColor& b);
+    /*!
+     * \a palette followed by one patterned colour for every pair of its
+     * entries: for i from the first entry and j after it,
+     * generatePattern(palette[j], palette[i]). n entries give n + n(n - 1) / 2;
+     * patterned entries pair by their mean, and duplicates are kept.
+     */
+    static QList<TWColor> generatePatternedPalette(const QList<TWColor>& palette);
 
     /*!
      * Reads a TGA file into \a image; see tgaFromQByteArray(). When the file

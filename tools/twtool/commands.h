@@ -13,6 +13,7 @@ int runConfigCommand(const QStringList& arguments);
 int runQueueCommand(const QStringList& arguments);
 int runDemoCommand(const QStringList& arguments);
 int runImageCommand(const QStringList& arguments);
+int runFontCommand(const QStringList& arguments);
 int runVoiceCommand(const QStringList& arguments);
 
 #endif // TWTOOL_COMMANDS_H

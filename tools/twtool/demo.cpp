@@ -22,6 +22,7 @@ const DemoStep steps[] = {
     {"ZX7 compression", demoZx7},
     {"TGA files read back, and a picture as text", demoImage},
     {"Voices: a tune as text and as a WAV file", demoVoices},
+    {"Palettes with patterns, and text in a bitmap font", demoPalette},
 };
 
 } // namespace

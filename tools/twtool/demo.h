@@ -25,6 +25,7 @@ bool demoThreadPool(DemoContext& context);
 bool demoConfiguration(DemoContext& context);
 bool demoQueue(DemoContext& context);
 bool demoImage(DemoContext& context);
+bool demoPalette(DemoContext& context);
 bool demoVoices(DemoContext& context);
 
 #endif // TWTOOL_DEMO_H

@@ -1,7 +1,9 @@
 #include "commandline.h"
 #include "commands.h"
+#include "toollogger.h"
 
 #include <twimageext.h>
+#include <twimgfilters.h>
 #include <twutils.h>
 
 #include <QtCore/QCommandLineParser>
@@ -202,6 +204,191 @@ int split(const QStringList& args, bool force, const QString& tileFormat)
     return Tool::Success;
 }
 
+// Palettes that need no file, by name.
+struct BuiltInPalette
+{
+    const char* name;
+    QList<QRgb> colours;
+};
+
+QList<QRgb> levels(const QList<int>& values, int channels)
+{
+    QList<QRgb> out;
+    if (channels == 1) {
+        for (int v : values)
+            out << qRgb(v, v, v);
+        return out;
+    }
+    for (int r : values)
+        for (int g : values)
+            for (int b : values)
+                out << qRgb(r, g, b);
+    return out;
+}
+
+const QList<BuiltInPalette>& builtInPalettes()
+{
+    static const QList<BuiltInPalette> palettes = {
+        {"bw", {0x000000, 0xFFFFFF}},
+        {"gray4", levels({0x00, 0x55, 0xAA, 0xFF}, 1)},
+        {"gray16", levels({0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}, 1)},
+        {"cga", {0x000000, 0x0000AA, 0x00AA00, 0x00AAAA, 0xAA0000, 0xAA00AA, 0xAA5500, 0xAAAAAA,
+                 0x555555, 0x5555FF, 0x55FF55, 0x55FFFF, 0xFF5555, 0xFF55FF, 0xFFFF55, 0xFFFFFF}},
+        {"cga4", {0x000000, 0x55FFFF, 0xFF55FF, 0xFFFFFF}},
+        {"c64", {0x000000, 0xFFFFFF, 0x68372B, 0x70A4B2, 0x6F3D86, 0x588D43, 0x352879, 0xB8C76F,
+                 0x6F4F25, 0x433900, 0x9A6759, 0x444444, 0x6C6C6C, 0x9AD284, 0x6C5EB5, 0x959595}},
+        {"web", levels({0x00, 0x33, 0x66, 0x99, 0xCC, 0xFF}, 3)},
+    };
+    return palettes;
+}
+
+QString builtInNames()
+{
+    QStringList names;
+    for (const BuiltInPalette& p : builtInPalettes())
+        names << QStringLiteral("%1 (%2)").arg(QLatin1String(p.name)).arg(p.colours.size());
+    return names.join(QStringLiteral(", "));
+}
+
+// The largest palette that --patterned pairs: 256 colours give 32 896 entries.
+const int maxPatternedColours = 256;
+
+struct PaletteOptions
+{
+    QString palette;
+    bool patterned;
+    bool noPatternFill;
+    bool dither;
+    bool skipFirst;
+};
+
+/*
+ * The palette of --palette: a RIFF file when one exists by that name,
+ * otherwise a built-in one. A standard RIFF palette starts its data with a
+ * version (0x0300) and a count, which the library reads as one more colour
+ * (0, 3, count): that is said, and --skip-first drops the first colour.
+ */
+int loadPalette(const PaletteOptions& options, QList<TWColor>& palette, QString& description)
+{
+    palette.clear();
+    if (QFileInfo::exists(options.palette)) {
+        const QString error = TW::TWImageExt::loadPalFile(options.palette, palette);
+        if (!error.isEmpty())
+            return Tool::failure(command, error);
+        description = QStringLiteral("'%1'").arg(options.palette);
+        const qsizetype count = palette.size() - 1;
+        const bool header = !palette.isEmpty() && palette.first().red() == 0 && palette.first().green() == 3
+                            && palette.first().blue() == (count & 0xFF);
+        if (options.skipFirst) {
+            if (!palette.isEmpty()) {
+                Tool::err(QStringLiteral("twtool image: dropped the palette's first colour (%1, %2, %3)%4.")
+                              .arg(palette.first().red()).arg(palette.first().green()).arg(palette.first().blue())
+                              .arg(header ? QStringLiteral(", the file's version and count") : QString()));
+                palette.removeFirst();
+            }
+        } else if (header) {
+            Tool::err(QStringLiteral("twtool image: warning: the palette's first colour (0, 3, %1) is the file's version "
+                                     "and count of %2 colours, read as a colour; --skip-first drops it.")
+                          .arg(count & 0xFF).arg(count));
+        }
+    } else {
+        for (const BuiltInPalette& builtIn : builtInPalettes()) {
+            if (options.palette == QLatin1String(builtIn.name)) {
+                for (QRgb word : builtIn.colours)
+                    palette << TWColor(word);
+            }
+        }
+        if (palette.isEmpty())
+            return Tool::failure(command, QStringLiteral("'%1' is neither a palette file nor a built-in palette (%2).")
+                                              .arg(options.palette, builtInNames()));
+        if (options.skipFirst)
+            return Tool::usageError(command, QStringLiteral("--skip-first applies to palette files only."));
+        description = options.palette;
+    }
+    if (palette.isEmpty())
+        return Tool::failure(command, QStringLiteral("the palette %1 has no colours.").arg(description));
+    if (options.patterned && palette.size() > maxPatternedColours)
+        return Tool::failure(command, QStringLiteral("--patterned pairs at most %1 colours; the palette has %2.")
+                                          .arg(maxPatternedColours).arg(palette.size()));
+    return Tool::Success;
+}
+
+// The bytes of a picture seen in another four-byte order, without a copy:
+// the caller keeps \a image alive while the view is used. The library's
+// palette conversion reads and writes the words of an RGBA8888 picture as
+// QRgb, which exchanges red and blue; handed an ARGB32 picture's bytes as
+// RGBA8888, it matches the true colours and writes words that are again
+// ARGB32. The filter's records likewise hold red where ARGB32 has blue.
+QImage view(const QImage& image, QImage::Format format)
+{
+    return QImage(image.constBits(), image.width(), image.height(), image.bytesPerLine(), format);
+}
+
+int palette(const QStringList& args, bool force, const PaletteOptions& options)
+{
+    if (args.size() != 3)
+        return Tool::usageError(command, QStringLiteral("palette takes IN and OUT."));
+    if (options.palette.isEmpty())
+        return Tool::usageError(command, QStringLiteral("palette needs --palette FILE.pal or a built-in name: %1.").arg(builtInNames()));
+    if (options.noPatternFill && !options.patterned)
+        return Tool::usageError(command, QStringLiteral("--no-pattern-fill goes with --patterned."));
+    const QString in = args.at(1), out = args.at(2);
+    const QString outFormat = QFileInfo(out).suffix().toUpper();
+    if (!writableFormat(outFormat))
+        return Tool::usageError(command, QStringLiteral("OUT's suffix names no format that Qt writes here; use one of: %1.")
+                                             .arg(writableFormats()));
+    if (QFileInfo::exists(out) && !force)
+        return Tool::failure(command, QStringLiteral("'%1' exists; use -f to overwrite it.").arg(out));
+
+    QList<TWColor> colours;
+    QString description;
+    if (const int status = loadPalette(options, colours, description); status != Tool::Success)
+        return status;
+    const qsizetype plainCount = colours.size();
+    if (options.patterned)
+        colours = TW::TWImageExt::generatePatternedPalette(colours);
+
+    QString format, error;
+    QImage image;
+    if (!load(in, format, image, error))
+        return Tool::failure(command, error);
+    const QImage source = image.convertToFormat(QImage::Format_ARGB32);
+    if (source.isNull() && !image.isNull())
+        return Tool::failure(command, QStringLiteral("not enough memory for a %1x%2 picture.").arg(image.width()).arg(image.height()));
+
+    // One library call does it all, so the only progress to show is that it started.
+    if (Tool::stderrIsTerminal() && qint64(source.width()) * source.height() * colours.size() > (qint64(1) << 32))
+        Tool::err(QStringLiteral("Matching the colours of %1x%2 pixels against %3 palette entries...")
+                      .arg(source.width()).arg(source.height()).arg(colours.size()));
+    QImage converted, result;
+    if (options.dither) {
+        TW::TWImgFilters filters;
+        filters.setLogger(Tool::logger());
+        filters.setImage(view(source, QImage::Format_RGBA8888), 1, false);
+        filters.dithering(colours);
+        converted = filters.image();
+        result = view(converted, QImage::Format_RGBA8888);
+    } else {
+        converted = TW::TWImageExt::toPaletteImage(view(source, QImage::Format_RGBA8888), colours,
+                                                   options.patterned && !options.noPatternFill, nullptr);
+        result = view(converted, QImage::Format_ARGB32);
+    }
+    if (converted.isNull() && !source.isNull())
+        return Tool::failure(command, QStringLiteral("not enough memory to convert a %1x%2 picture.").arg(source.width()).arg(source.height()));
+    if (!save(result, outFormat, out, error))
+        return Tool::failure(command, error);
+
+    QString how = QStringLiteral("%1 colours from %2").arg(plainCount).arg(description);
+    if (options.patterned)
+        how += options.noPatternFill || options.dither
+                   ? QStringLiteral(", with %1 pattern means").arg(colours.size() - plainCount)
+                   : QStringLiteral(", with %1 two-colour patterns").arg(colours.size() - plainCount);
+    if (options.dither)
+        how += QStringLiteral(", through the dithering filter");
+    Tool::out(QStringLiteral("%1 (%2) -> %3 (%4): %5").arg(in, describe(image, format), out, outFormat, how));
+    return Tool::Success;
+}
+
 } // namespace
 
 int runImageCommand(const QStringList& arguments)
@@ -215,9 +402,14 @@ int runImageCommand(const QStringList& arguments)
         "  info IN                          format, size and depth (and a TGA file's header)\n"
         "  ascii IN                         the picture as text, one character per pixel\n"
         "  split IN WIDTH HEIGHT OUTDIR     cuts IN into tiles, OUTDIR/<name>_<row>_<column>.png;\n"
-        "                                   tiles at the right and bottom edges keep the full size"));
+        "                                   tiles at the right and bottom edges keep the full size\n"
+        "  palette IN OUT --palette PAL     reduces IN to the colours of PAL, each pixel to the\n"
+        "                                   nearest (red, green and blue alike; a colour 255 or more\n"
+        "                                   away from every entry turns black), written as OUT's\n"
+        "                                   suffix says. PAL is a RIFF palette file or a built-in\n"
+        "                                   palette: bw, gray4, gray16, cga, cga4, c64, web"));
     const QCommandLineOption force({QStringLiteral("f"), QStringLiteral("force")},
-                                   QStringLiteral("convert, split: overwrite files that exist."));
+                                   QStringLiteral("convert, split, palette: overwrite files that exist."));
     const QCommandLineOption chars(QStringLiteral("chars"),
                                    QStringLiteral("ascii: the characters, of which the last third is used, brightest "
                                                   "first; pixels of no brightness show as blanks (default: \"%1\").")
@@ -228,8 +420,26 @@ int runImageCommand(const QStringList& arguments)
                                    QStringLiteral("N"));
     const QCommandLineOption tileFormat(QStringLiteral("format"), QStringLiteral("split: the tiles' format (default: png)."),
                                         QStringLiteral("FORMAT"));
-    parser.addOptions({force, chars, width, tileFormat});
-    parser.addPositionalArgument(QStringLiteral("action"), QStringLiteral("convert, info, ascii or split."));
+    const QCommandLineOption paletteOption(QStringLiteral("palette"),
+                                           QStringLiteral("palette: a RIFF palette file, or a built-in palette by name."),
+                                           QStringLiteral("PAL"));
+    const QCommandLineOption patterned(QStringLiteral("patterned"),
+                                       QStringLiteral("palette: add every pair of colours as a pattern of the two, "
+                                                      "printed in alternating pixels (a checkerboard), which shows the "
+                                                      "tones between them."));
+    const QCommandLineOption noPatternFill(QStringLiteral("no-pattern-fill"),
+                                           QStringLiteral("palette, with --patterned: write each pair's mean colour "
+                                                          "instead of its two colours."));
+    const QCommandLineOption dither(QStringLiteral("dither"),
+                                    QStringLiteral("palette: go through the library's dithering filter. Its error "
+                                                   "diffusion has weights of 0, so each pixel still gets its nearest "
+                                                   "colour (patterns as their mean); pixels that are not opaque are "
+                                                   "laid over the picture's edge first."));
+    const QCommandLineOption skipFirst(QStringLiteral("skip-first"),
+                                       QStringLiteral("palette: drop the palette file's first colour, which for a "
+                                                      "standard RIFF palette is its version and count."));
+    parser.addOptions({force, chars, width, tileFormat, paletteOption, patterned, noPatternFill, dither, skipFirst});
+    parser.addPositionalArgument(QStringLiteral("action"), QStringLiteral("convert, info, ascii, split or palette."));
     parser.addPositionalArgument(QStringLiteral("arguments"), QStringLiteral("The action's files and sizes."),
                                  QStringLiteral("ARGUMENTS..."));
     if (const auto done = Tool::parse(parser, arguments))
@@ -237,10 +447,16 @@ int runImageCommand(const QStringList& arguments)
 
     const QStringList args = parser.positionalArguments();
     const QString action = args.value(0);
-    const QStringList actions{QStringLiteral("convert"), QStringLiteral("info"), QStringLiteral("ascii"), QStringLiteral("split")};
+    const QStringList actions{QStringLiteral("convert"), QStringLiteral("info"), QStringLiteral("ascii"), QStringLiteral("split"),
+                              QStringLiteral("palette")};
     if (!actions.contains(action))
-        return Tool::usageError(command, action.isEmpty() ? QStringLiteral("say convert, info, ascii or split.")
+        return Tool::usageError(command, action.isEmpty() ? QStringLiteral("say convert, info, ascii, split or palette.")
                                                           : QStringLiteral("unknown action '%1'.").arg(action));
+    const bool paletteAction = action == QLatin1String("palette");
+    for (const QCommandLineOption* option : {&paletteOption, &patterned, &noPatternFill, &dither, &skipFirst}) {
+        if (parser.isSet(*option) && !paletteAction)
+            return Tool::usageError(command, QStringLiteral("--%1 applies to palette only.").arg(option->names().constFirst()));
+    }
     const bool asciiAction = action == QLatin1String("ascii");
     if ((parser.isSet(chars) || parser.isSet(width)) && !asciiAction)
         return Tool::usageError(command, QStringLiteral("--chars and --width apply to ascii only."));
@@ -264,6 +480,10 @@ int runImageCommand(const QStringList& arguments)
         status = info(args);
     else if (asciiAction)
         status = ascii(args, charText, columns);
+    else if (paletteAction)
+        status = palette(args, parser.isSet(force),
+                         {parser.value(paletteOption), parser.isSet(patterned), parser.isSet(noPatternFill), parser.isSet(dither),
+                          parser.isSet(skipFirst)});
     else
         status = split(args, parser.isSet(force), parser.isSet(tileFormat) ? parser.value(tileFormat) : QStringLiteral("png"));
     TW::TWUtils::setLogger(nullptr);

@@ -21,7 +21,8 @@ const Command commands[] = {
     {"queue", runQueueCommand, "push, pop and count items of a persistent queue, or run its demo"},
     {"zx7", runZx7Command, "compress a file into the ZX7 format, or expand one"},
     {"config", runConfigCommand, "read a key of an INI file as the library reads it"},
-    {"image", runImageCommand, "convert, describe, print or cut a picture (TGA included)"},
+    {"image", runImageCommand, "convert, describe, print or cut a picture (TGA included), or reduce it to a palette"},
+    {"font", runFontCommand, "draw a text with a bitmap font: a sheet of cells and a chartable"},
     {"voice", runVoiceCommand, "render a list of tones as a WAV file, or print it through a template"},
     {"demo", runDemoCommand, "a short tour of what the library does"},
 };
