@@ -14,6 +14,8 @@
 // palettes, as standard RIFF files (cga.pal, rgb332.pal: the version and count
 // words first, so read them with twtool's --skip-first) and as pictures of
 // their colours (cga.png, rgb332.png) for ImageMagick's -remap, and exits.
+#include "twimagebuilders.h"
+
 #include <twimageext.h>
 #include <twimgfilters.h>
 
@@ -76,33 +78,6 @@ QList<TWColor> rgb332()
     return palette;
 }
 
-// toPaletteImage() step by step: one closestColor() per pixel, or per pair.
-QImage plainSteps(const QImage& image, const QList<TWColor>& palette, bool usePattern, Cache* cache)
-{
-    QImage result = image.convertToFormat(QImage::Format_RGBA8888);
-    for (int y = 0; y < result.height(); ++y) {
-        QRgb* line = reinterpret_cast<QRgb*>(result.scanLine(y));
-        const QRgb* above = y ? reinterpret_cast<const QRgb*>(result.constScanLine(y - 1)) : nullptr;
-        for (int x = 0; x < result.width();) {
-            TWColor chosen = TWImageExt::closestColor(TWColor(line[x]), palette, cache);
-            if (!usePattern || !chosen.isPatterned()) {
-                line[x++] = chosen.rgba();
-                continue;
-            }
-            if (x > 0 && line[x - 1] == chosen.patternFirst())
-                chosen.swapPattern();
-            if (above && above[x] == chosen.patternFirst()
-                && (x + 1 == result.width() || above[x + 1] != chosen.patternFirst()))
-                chosen.swapPattern();
-            line[x] = chosen.patternFirst();
-            if (x + 1 < result.width())
-                line[x + 1] = chosen.patternSecond();
-            x += 2;
-        }
-    }
-    return result;
-}
-
 // The cache with patterns, which TWColor's == leaves out.
 QStringList cacheText(const Cache& cache)
 {
@@ -146,9 +121,9 @@ void convert(benchmark::State& state, const QImage& image, const QList<TWColor>&
 void convertPlainSteps(benchmark::State& state, const QImage& image, const QList<TWColor>& palette)
 {
     Cache warm;
-    plainSteps(image, palette, false, &warm);
+    TWTest::paletteImageStepByStep(image, palette, false, &warm);
     for (auto _ : state) {
-        const QImage result = plainSteps(image, palette, false, &warm);
+        const QImage result = TWTest::paletteImageStepByStep(image, palette, false, &warm);
         benchmark::DoNotOptimize(result.constBits());
     }
     setRate(state);
@@ -235,10 +210,10 @@ int main(int argc, char** argv)
         // Every row gives what the plain steps give, and leaves the same cache.
         Cache ours, plain;
         const bool same = TWImageExt::toPaletteImage(image, row.palette, row.usePattern, &ours)
-                              == plainSteps(image, row.palette, row.usePattern, &plain)
+                              == TWTest::paletteImageStepByStep(image, row.palette, row.usePattern, &plain)
                           && cacheText(ours) == cacheText(plain)
                           && TWImageExt::toPaletteImage(image, row.palette, row.usePattern, &ours)
-                                 == plainSteps(image, row.palette, row.usePattern, &plain);
+                                 == TWTest::paletteImageStepByStep(image, row.palette, row.usePattern, &plain);
         std::printf("%s entries: %s the plain steps, %lld colours cached\n", row.name, same ? "same as" : "DIFFERENT FROM",
                     static_cast<long long>(cacheText(ours).size()));
         if (!same)

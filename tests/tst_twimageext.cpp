@@ -94,32 +94,6 @@ QStringList cacheText(const Cache& cache)
     return out;
 }
 
-// toPaletteImage() step by step, one closestColor() per pixel or pair.
-QImage writtenOut(const QImage& image, const QList<TWColor>& palette, bool usePattern, Cache* cache)
-{
-    QImage result = image.convertToFormat(QImage::Format_RGBA8888);
-    for (int y = 0; y < result.height(); ++y) {
-        QRgb* line = reinterpret_cast<QRgb*>(result.scanLine(y));
-        const QRgb* above = y ? reinterpret_cast<const QRgb*>(result.constScanLine(y - 1)) : nullptr;
-        for (int x = 0; x < result.width();) {
-            TWColor chosen = TWImageExt::closestColor(TWColor(line[x]), palette, cache);
-            if (!usePattern || !chosen.isPatterned()) {
-                line[x++] = chosen.rgba();
-                continue;
-            }
-            if (x > 0 && line[x - 1] == chosen.patternFirst())
-                chosen.swapPattern();
-            if (above && above[x] == chosen.patternFirst() && (x + 1 == result.width() || above[x + 1] != chosen.patternFirst()))
-                chosen.swapPattern();
-            line[x] = chosen.patternFirst();
-            if (x + 1 < result.width())
-                line[x + 1] = chosen.patternSecond();
-            x += 2;
-        }
-    }
-    return result;
-}
-
 } // namespace
 
 class TstTWImageExt : public QObject
@@ -502,10 +476,10 @@ private slots:
             TWImageExt::toPaletteImage(image.copy(0, 0, 5, 5), TWImageExt::generatePatternedPalette(colors({qRgb(0, 255, 0), qRgb(0, 0, 9)})), true, &cache);
         Cache reference = cache;
         const bool withCache = cacheKind > 0;
-        const QImage expected = writtenOut(image, palette, true, withCache ? &reference : nullptr);
+        const QImage expected = TWTest::paletteImageStepByStep(image, palette, true, withCache ? &reference : nullptr);
         QCOMPARE(TWImageExt::toPaletteImage(image, palette, true, withCache ? &cache : nullptr), expected);
         QCOMPARE(cacheText(cache), cacheText(reference));
-        QCOMPARE(TWImageExt::toPaletteImage(image, palette, false, nullptr), writtenOut(image, palette, false, nullptr));
+        QCOMPARE(TWImageExt::toPaletteImage(image, palette, false, nullptr), TWTest::paletteImageStepByStep(image, palette, false, nullptr));
     }
 
     // The format word: written back from the suffix in upper case, a given one winning.

@@ -1,12 +1,14 @@
 #ifndef TWIMAGEBUILDERS_H
 #define TWIMAGEBUILDERS_H
 
-// Byte builders for the image tests: TGA files from a QImage or field by
-// field, and RIFF palette files chunk by chunk.
+// Builders for the image tests: TGA files from a QImage or field by field,
+// RIFF palette files chunk by chunk, and palette pictures step by step.
 
 #include <QtCore/QByteArray>
 #include <QtCore/QtEndian>
 #include <QtGui/QImage>
+
+#include <twimageext.h>
 
 #include <cstring>
 
@@ -115,6 +117,39 @@ inline QByteArray riffPalette(const QByteArray& chunks, const QByteArray& type =
     out.resize(8);
     qToLittleEndian<quint32>(quint32(4 + chunks.size()), out.data() + 4);
     return out + type + chunks;
+}
+
+/*!
+ * TWImageExt::toPaletteImage() written out step by step: one closestColor()
+ * per pixel, or per pair where the answer is a pattern, with the swaps that
+ * keep a checkerboard against the pixel to the left and the ones above. The
+ * tests and the palette benchmark hold the fast conversion against it.
+ */
+inline QImage paletteImageStepByStep(const QImage& image, const QList<TWColor>& palette, bool usePattern,
+                                     QHash<int, QHash<int, QHash<int, TWColor>>>* cache)
+{
+    QImage result = image.convertToFormat(QImage::Format_RGBA8888);
+    for (int y = 0; y < result.height(); ++y) {
+        QRgb* line = reinterpret_cast<QRgb*>(result.scanLine(y));
+        const QRgb* above = y ? reinterpret_cast<const QRgb*>(result.constScanLine(y - 1)) : nullptr;
+        for (int x = 0; x < result.width();) {
+            TWColor chosen = TW::TWImageExt::closestColor(TWColor(line[x]), palette, cache);
+            if (!usePattern || !chosen.isPatterned()) {
+                line[x++] = chosen.rgba();
+                continue;
+            }
+            if (x > 0 && line[x - 1] == chosen.patternFirst())
+                chosen.swapPattern();
+            if (above && above[x] == chosen.patternFirst()
+                && (x + 1 == result.width() || above[x + 1] != chosen.patternFirst()))
+                chosen.swapPattern();
+            line[x] = chosen.patternFirst();
+            if (x + 1 < result.width())
+                line[x + 1] = chosen.patternSecond();
+            x += 2;
+        }
+    }
+    return result;
 }
 
 } // namespace TWTest

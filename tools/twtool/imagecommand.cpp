@@ -51,6 +51,20 @@ QString writableFormats()
 }
 
 // Encodes \a image in \a format and writes it to \a path.
+// OUT must name, by its suffix, a format that Qt writes, and without -f a
+// file that is not there yet. Answers Tool::Success with the format, or the
+// exit status of the refusal.
+int checkOutput(const QString& out, bool force, QString& outFormat)
+{
+    outFormat = QFileInfo(out).suffix().toUpper();
+    if (!writableFormat(outFormat))
+        return Tool::usageError(command, QStringLiteral("OUT's suffix names no format that Qt writes here; use one of: %1.")
+                                             .arg(writableFormats()));
+    if (QFileInfo::exists(out) && !force)
+        return Tool::failure(command, QStringLiteral("'%1' exists; use -f to overwrite it.").arg(out));
+    return Tool::Success;
+}
+
 bool save(const QImage& image, const QString& format, const QString& path, QString& error)
 {
     QByteArray data;
@@ -97,12 +111,9 @@ int convert(const QStringList& args, bool force)
     if (args.size() != 3)
         return Tool::usageError(command, QStringLiteral("convert takes IN and OUT."));
     const QString in = args.at(1), out = args.at(2);
-    const QString outFormat = QFileInfo(out).suffix().toUpper();
-    if (!writableFormat(outFormat))
-        return Tool::usageError(command, QStringLiteral("OUT's suffix names no format that Qt writes here; use one of: %1.")
-                                             .arg(writableFormats()));
-    if (QFileInfo::exists(out) && !force)
-        return Tool::failure(command, QStringLiteral("'%1' exists; use -f to overwrite it.").arg(out));
+    QString outFormat;
+    if (const int refused = checkOutput(out, force, outFormat); refused != Tool::Success)
+        return refused;
     QString format, error;
     QImage image;
     if (!load(in, format, image, error) || !save(image, outFormat, out, error))
@@ -333,12 +344,9 @@ int palette(const QStringList& args, bool force, const PaletteOptions& options)
     if (options.noPatternFill && !options.patterned)
         return Tool::usageError(command, QStringLiteral("--no-pattern-fill goes with --patterned."));
     const QString in = args.at(1), out = args.at(2);
-    const QString outFormat = QFileInfo(out).suffix().toUpper();
-    if (!writableFormat(outFormat))
-        return Tool::usageError(command, QStringLiteral("OUT's suffix names no format that Qt writes here; use one of: %1.")
-                                             .arg(writableFormats()));
-    if (QFileInfo::exists(out) && !force)
-        return Tool::failure(command, QStringLiteral("'%1' exists; use -f to overwrite it.").arg(out));
+    QString outFormat;
+    if (const int refused = checkOutput(out, force, outFormat); refused != Tool::Success)
+        return refused;
 
     QList<TWColor> colours;
     QString description;
