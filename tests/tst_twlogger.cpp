@@ -4,6 +4,7 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QThread>
 #include <QtTest/QTest>
 
 #include <memory>
@@ -286,6 +287,32 @@ private slots:
             QVERIFY(log(i % 2 ? *second : *first, QStringLiteral("line %1").arg(i)));
         for (const QString& name : dir.files())
             QVERIFY2(dir.readFile(name).size() <= 598 * 11, qPrintable(name)); // one line over at most
+    }
+
+    // A writer outside the logger counts too: a line stamped a millisecond or
+    // more after the last look at the file's size looks again. And the size
+    // that the logger keeps is checked on the disk before it rotates, so a file
+    // that somebody emptied is not left early.
+    void otherWritersCount()
+    {
+        TWTest::TempWorkDir dir;
+        auto logger = makeLogger(dir.path());
+        logger->setMaxFileSize(598 * 2);
+        QVERIFY(log(*logger, QStringLiteral("first")));
+        QFile other(dir.filePath(QStringLiteral("twoutput_0000.log")));
+        QVERIFY(other.open(QIODevice::WriteOnly | QIODevice::Append));
+        QCOMPARE(other.write(QByteArray(598, 'o')), qint64(598));
+        other.close();
+        QThread::msleep(5);
+        QVERIFY(log(*logger, QStringLiteral("second")));
+        QCOMPARE(dir.files().size(), 2);
+        QVERIFY(dir.readFile(QStringLiteral("twoutput_0001.log")).contains("second"));
+
+        QVERIFY(log(*logger, QStringLiteral("third")));
+        QVERIFY(QFile::resize(dir.filePath(QStringLiteral("twoutput_0001.log")), 0));
+        QVERIFY(log(*logger, QStringLiteral("fourth")));
+        QCOMPARE(dir.files().size(), 2);
+        QVERIFY(dir.readFile(QStringLiteral("twoutput_0001.log")).contains("fourth"));
     }
 
     void settersReopenOrClose()

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <limits>
 #include <new>
 #include <vector>
 
@@ -41,6 +42,13 @@ void printLine(const QString& text)
     std::fputc('\n', stdout);
     std::fflush(stdout);
 }
+
+// Lines written by all the loggers of the process, counted after each write.
+// A logger that sees it move by more than its own lines knows that another
+// one wrote, maybe to the same file (see _writeLine).
+std::atomic<quint64> linesWritten{0};
+// No line has this time stamp: the size of a file just opened is asked for again.
+constexpr qint64 NoStamp = std::numeric_limits<qint64>::min();
 
 // --- Date text ---------------------------------------------------------------
 //
@@ -288,6 +296,9 @@ TWLogger::TWLogger()
     , _lineEndSepa(QStringLiteral("\r\n"))
     , _consoleOutput(true)
     , _acceptedLogLevels({QtInfoMsg, QtWarningMsg, QtCriticalMsg, QtFatalMsg})
+    , _fileSize(0)
+    , _sizeStamp(NoStamp)
+    , _linesSeen(0)
 {
 }
 
@@ -365,7 +376,7 @@ bool TWLogger::writeLog(const QString& msg, QtMsgType type, const QString& file,
                        .arg(line, 5, 10, QLatin1Char('0'))
                        .arg(function);
         }
-        const bool written = _writeLine(text);
+        const bool written = _writeLine(text, now);
         if (text.capacity() > ReleaseAbove)
             text = QString(); // an outsized message does not pin its memory to the thread
         return written;
@@ -381,7 +392,8 @@ bool TWLogger::writeLog(QtMsgType type, const QMessageLogContext& context, const
     return writeLog(QString(msg), type, QString(), 0, QString());
 }
 
-bool TWLogger::_writeLine(const QString& line)
+// \a stamp is the line's time.
+bool TWLogger::_writeLine(const QString& line, qint64 stamp)
 {
     // The line and its separator are written in the local 8-bit encoding as
     // zero-terminated byte strings, so a zero character ends each of them. Both
@@ -403,15 +415,32 @@ bool TWLogger::_writeLine(const QString& line)
         printLine(QStringLiteral("Error on initialize log file! Last log message:") + line);
         return false;
     }
-    // Tested before the write, so a line is never split nor refused for its
-    // length. The size is the file's as it stands on the disk, so lines that
-    // another logger or process appended to the same file count too.
-    if (_file.size() >= _maxFileSize && !_initialize(true)) {
+    // The limit is tested before the write, so a line is never split nor
+    // refused for its length, and against the file's size on the disk, so
+    // that lines another logger or process appended count. Asking the system
+    // for the size costs about as much as the write itself, so the logger
+    // keeps the last answer plus what it wrote since, and asks again when that
+    // may be wrong: after another logger of the process wrote a line, at the
+    // first line of each new millisecond of time stamps (which bounds how long
+    // a writer outside the process goes unseen), and before it rotates.
+    const quint64 linesSeen = linesWritten.load(std::memory_order_acquire);
+    if (linesSeen != _linesSeen || stamp != _sizeStamp || _fileSize >= _maxFileSize) {
+        _linesSeen = linesSeen; // those lines are on the disk by now
+        _sizeStamp = stamp;
+        _fileSize = _file.size();
+    }
+    if (_fileSize >= _maxFileSize && !_initialize(true)) {
         printLine(QStringLiteral("Error on reinitialize log file! Last log message:") + line);
         return false;
     }
-    _file.write(bytes);
+    const qint64 written = _file.write(bytes);
     _file.flush();
+    if (written > 0)
+        _fileSize += written;
+    // A count that moved between the look above and this line's means another
+    // logger's line: the next line looks again.
+    if (linesWritten.fetch_add(1, std::memory_order_acq_rel) == _linesSeen)
+        ++_linesSeen;
     if (bytes.capacity() > ReleaseAbove)
         bytes = QByteArray();
     return true;
@@ -464,7 +493,10 @@ bool TWLogger::_initialize(bool reinitialize)
         printLine(_file.errorString());
         return false;
     }
-    _file.seek(_file.size());
+    _linesSeen = linesWritten.load(std::memory_order_acquire);
+    _fileSize = _file.size();
+    _sizeStamp = NoStamp;
+    _file.seek(_fileSize);
     _isInitialized = true;
     return true;
 }

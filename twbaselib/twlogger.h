@@ -102,7 +102,7 @@ public:
 private:
     Q_DISABLE_COPY(TWLogger)
 
-    bool _writeLine(const QString& line);
+    bool _writeLine(const QString& line, qint64 stamp);
     bool _initialize(bool reinitialize);
     bool _uninitialize();
 
@@ -116,6 +116,12 @@ private:
     QList<int> _acceptedLogLevels;
     QFile _file;
     QMutex _locker;
+    // What is known of the open file's size without asking the system: the
+    // last answer plus the bytes written since, the time stamp of the line
+    // that asked, and the count of lines that all loggers had written by then.
+    qint64 _fileSize;
+    qint64 _sizeStamp;
+    quint64 _linesSeen;
 
     static TWLogger* glb_pInstance;
 };
