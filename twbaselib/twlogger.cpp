@@ -59,10 +59,12 @@ void printLine(const QString& text, const char* line, qsizetype length)
     std::fflush(stdout);
 }
 
-// Lines written by all the loggers of the process, counted after each write.
-// A logger that sees it move by more than its own lines knows that another
-// one wrote, maybe to the same file (see _writeLine).
-std::atomic<quint64> linesWritten{0};
+// The logger of the process that wrote a line last, set after the write. A
+// logger that finds another one there knows that lines may have gone to its
+// file behind its back (see _writeLine). It is only compared, never followed:
+// a logger made at the address of a deleted one opens its file after the
+// deleted one's last line.
+std::atomic<const void*> lastWriter{nullptr};
 // No line has this time stamp: the size of a file just opened is asked for again.
 constexpr qint64 NoStamp = std::numeric_limits<qint64>::min();
 
@@ -551,7 +553,6 @@ TWLogger::TWLogger()
     , _acceptedLogLevels({QtInfoMsg, QtWarningMsg, QtCriticalMsg, QtFatalMsg})
     , _fileSize(0)
     , _sizeStamp(NoStamp)
-    , _linesSeen(0)
 {
 }
 
@@ -628,11 +629,9 @@ bool TWLogger::_writeLine(const QByteArray& bytes, qsizetype lineLength, qint64 
     // may be wrong: after another logger of the process wrote a line, at the
     // first line of each new millisecond of time stamps (which bounds how long
     // a writer outside the process goes unseen), and before it rotates.
-    const quint64 linesSeen = linesWritten.load(std::memory_order_acquire);
-    if (linesSeen != _linesSeen || stamp != _sizeStamp || _fileSize >= _maxFileSize) {
-        _linesSeen = linesSeen; // those lines are on the disk by now
+    if (lastWriter.load(std::memory_order_acquire) != this || stamp != _sizeStamp || _fileSize >= _maxFileSize) {
         _sizeStamp = stamp;
-        _fileSize = _file.size();
+        _fileSize = _file.size(); // the lines of the last writer are on the disk by now
     }
     if (_fileSize >= _maxFileSize && !_initialize(true)) {
         printLine(QStringLiteral("Error on reinitialize log file! Last log message:"), bytes.constData(), lineLength);
@@ -642,10 +641,11 @@ bool TWLogger::_writeLine(const QByteArray& bytes, qsizetype lineLength, qint64 
     _file.flush();
     if (written > 0)
         _fileSize += written;
-    // A count that moved between the look above and this line's means another
-    // logger's line: the next line looks again.
-    if (linesWritten.fetch_add(1, std::memory_order_acq_rel) == _linesSeen)
-        ++_linesSeen;
+    // Another logger that wrote since the look above: the next line looks
+    // again. While this logger stays the last writer the word is only read.
+    if (lastWriter.load(std::memory_order_relaxed) != this
+        && lastWriter.exchange(this, std::memory_order_acq_rel) != this)
+        _sizeStamp = NoStamp;
     return true;
 }
 
@@ -696,7 +696,6 @@ bool TWLogger::_initialize(bool reinitialize)
         printLine(_file.errorString());
         return false;
     }
-    _linesSeen = linesWritten.load(std::memory_order_acquire);
     _fileSize = _file.size();
     _sizeStamp = NoStamp;
     _file.seek(_fileSize);
