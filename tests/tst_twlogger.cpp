@@ -139,6 +139,10 @@ private slots:
         row("pair across sixteen characters", defaultDate, QString(15, u'a') + QStringLiteral("\U0001F600") + QString(40, u'b'));
         row("non-ASCII then percent", defaultDate, QString(20, u'a') + QStringLiteral("\u00fc 100%1"));
         row("percent at the end of a block", defaultDate, QString(31, u'a') + QStringLiteral("%2"));
+        row("percent in an overlapping last block", defaultDate, QString(20, u'a') + QStringLiteral("%1"));
+        row("seventeen characters", defaultDate, QStringLiteral("0123456789abcdefg"), QStringLiteral("src/twelve.h"), 7,
+            QStringLiteral("void f(int)\u00e9"));
+        row("percent in the second eight", defaultDate, QStringLiteral("msg"), QStringLiteral("abcdefgh%1"));
         row("percent without a number", defaultDate, QStringLiteral("100% sure"));
         row("markers %2 %3 %L1 %99 %0", defaultDate, QStringLiteral("a%2b%3c%L1d%99e%0"));
         row("5000 characters", defaultDate, QString(4990, u'x') + QStringLiteral("\u00e9\u00e9\u00e9 end"));

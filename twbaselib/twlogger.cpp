@@ -132,6 +132,10 @@ struct ThreadWork
     // The local time of the second last asked for (its msec unused).
     qint64 second = std::numeric_limits<qint64>::min();
     LocalTime time{};
+    // The date bytes of the last millisecond that a line was stamped with.
+    qint64 dateMsecs = NoStamp;
+    qsizetype dateSize = 0;
+    char date[64];
 };
 
 ThreadWork& threadWork()
@@ -312,8 +316,13 @@ inline char* putLiteral(char* out, const DateToken& t)
 const ParsedFormat& parsedFormat(ThreadWork& work, const QString& format)
 {
     ParsedFormat& parsed = work.format;
-    if (!parsed.valid || parsed.format != format)
+    // The stored copy shares the caller's text while the format is unchanged.
+    const bool same = parsed.valid && parsed.format.size() == format.size()
+        && (parsed.format.constData() == format.constData() || parsed.format == format);
+    if (!same) {
         parseFormat(parsed, format, work.encoder);
+        work.dateMsecs = NoStamp;
+    }
     return parsed;
 }
 
@@ -391,24 +400,51 @@ bool localEncodingKeepsAscii()
     return keeps;
 }
 
+#if defined(__SSE2__)
+// Copies eight characters at \a at as bytes when all are ASCII and none is a
+// '%'; false, with nothing written, otherwise.
+inline bool copyAscii8(char* out, const char16_t* in, qsizetype at)
+{
+    const __m128i chars = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at));
+    const __m128i high = _mm_and_si128(chars, _mm_set1_epi16(short(0xFF80)));
+    const __m128i bytes = _mm_packus_epi16(chars, chars); // exact for ASCII
+    if ((_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) ^ 0xFFFF)
+        | (_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('%'))) & 0xFF))
+        return false;
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + at), bytes);
+    return true;
+}
+
+// The same for sixteen characters.
+inline bool copyAscii16(char* out, const char16_t* in, qsizetype at)
+{
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at + 8));
+    const __m128i high = _mm_and_si128(_mm_or_si128(a, b), _mm_set1_epi16(short(0xFF80)));
+    const __m128i bytes = _mm_packus_epi16(a, b);
+    if ((_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) ^ 0xFFFF)
+        | _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('%'))))
+        return false;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at), bytes);
+    return true;
+}
+#endif
+
 // Copies the characters of \a in up to the first that is not ASCII or is a
 // '%', as bytes, to \a out, which has room for \a n bytes; returns how many
-// were copied. Where SSE2 is there, sixteen at a time.
+// were copied. Where SSE2 is there, sixteen or eight at a time, the last
+// block overlapping the one before rather than leaving a few for the loop.
 qsizetype copyAscii(char* out, const char16_t* in, qsizetype n)
 {
     qsizetype i = 0;
 #if defined(__SSE2__)
-    const __m128i notAscii = _mm_set1_epi16(short(0xFF80));
-    const __m128i percent = _mm_set1_epi8('%');
-    for (; i + 16 <= n; i += 16) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 8));
-        const __m128i high = _mm_and_si128(_mm_or_si128(a, b), notAscii);
-        const __m128i bytes = _mm_packus_epi16(a, b); // exact for ASCII
-        if ((_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) ^ 0xFFFF)
-            | _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, percent)))
-            break; // the loop below finds the character
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), bytes);
+    while (i + 16 <= n && copyAscii16(out, in, i))
+        i += 16;
+    if (i + 16 > n) {
+        if (i == n)
+            return n;
+        if (n >= 16 ? copyAscii16(out, in, n - 16) : n >= 8 && copyAscii8(out, in, 0) && copyAscii8(out, in, n - 8))
+            return n;
     }
 #endif
     for (; i < n; ++i) {
@@ -457,9 +493,17 @@ inline char* putLineNumber(char* out, int line)
     return out + text.size();
 }
 
-// Fills \a out with the line in the local 8-bit encoding, then the separator,
-// each cut at its first zero byte as a zero-terminated string would be, and
-// returns the length of the line. Its text is that of six successive
+// What encodeLine leaves in the thread's buffer.
+struct EncodedLine
+{
+    const char* bytes;    // the line, then its separator
+    qsizetype size;       // of both
+    qsizetype lineLength; // of the line alone
+};
+
+// Writes the line in the local 8-bit encoding into the thread's buffer, then
+// the separator, each cut at its first zero byte as a zero-terminated string
+// would be. The buffer keeps its size from line to line. Its text is that of six successive
 // QString::arg calls on "%1 %2 - %3 - in '%4' file, line: %5, function: '%6'"
 // with the date, the level word, the message padded to 500 characters, the
 // file, the line number (five digits at least) and the function. When no '%'
@@ -467,14 +511,21 @@ inline char* putLineNumber(char* out, int line)
 // pieces are written straight into the buffer: the padding as a fill, and each
 // piece of text through the encoder once. The pieces meet only at ASCII
 // characters, so encoding them one by one gives the bytes of the whole.
-qsizetype encodeLine(ThreadWork& work, qint64 now, const QString& dateFormat, const QString& sepa, const QString& msg,
-                     const char* word, const QString& file, int line, const QString& function)
+EncodedLine encodeLine(ThreadWork& work, qint64 now, const QString& dateFormat, const QString& sepa, const QString& msg,
+                       const char* word, const QString& file, int line, const QString& function)
 {
     QByteArray& out = work.bytes;
     QStringEncoder& encoder = work.encoder;
     const ParsedFormat& parsed = parsedFormat(work, dateFormat);
-    LocalTime time;
-    const bool fastDate = parsed.fast && localTimeOf(work, now, time);
+    // The date bytes are made once per millisecond; the lines in between copy them.
+    if (now != work.dateMsecs && parsed.fast && parsed.maxBytes <= qsizetype(sizeof work.date)) {
+        LocalTime time;
+        if (localTimeOf(work, now, time)) {
+            work.dateSize = putDate(work.date, parsed, time) - work.date;
+            work.dateMsecs = now;
+        }
+    }
+    const bool fastDate = now == work.dateMsecs;
     QString dateText; // when Qt writes the date
     if (!fastDate)
         dateText = QDateTime::fromMSecsSinceEpoch(now).toString(dateFormat); // local time
@@ -487,9 +538,15 @@ qsizetype encodeLine(ThreadWork& work, qint64 now, const QString& dateFormat, co
         const qsizetype need = (fastDate ? parsed.maxBytes : encoder.requiredSpace(dateText.size())) + 64
             + encoder.requiredSpace(msg.size()) + padding + encoder.requiredSpace(file.size())
             + encoder.requiredSpace(function.size()) + encoder.requiredSpace(sepa.size());
-        out.resize(need);
+        if (out.size() < need)
+            out.resize(need);
         char* w = out.data();
-        w = fastDate ? putDate(w, parsed, time) : encoder.appendToBuffer(w, dateText);
+        if (fastDate) {
+            std::memcpy(w, work.date, size_t(work.dateSize));
+            w += work.dateSize;
+        } else {
+            w = encoder.appendToBuffer(w, dateText);
+        }
         *w++ = ' ';
         std::memcpy(w, word, 8);
         w = putAscii(w + 8, " - ");
@@ -511,10 +568,8 @@ qsizetype encodeLine(ThreadWork& work, qint64 now, const QString& dateFormat, co
     if (!end) {
         // A marker in the date, the message or the file takes values meant for
         // later places, and those calls decide the line.
-        if (fastDate) {
-            dateText.resize(parsed.maxChars);
-            dateText.truncate(putDate(dateText.data(), parsed, time) - dateText.constData());
-        }
+        if (fastDate)
+            appendDate(dateText, now, dateFormat);
         const QString text = QStringLiteral("%1 %2 - %3 - in '%4' file, line: %5, function: '%6'")
                                  .arg(dateText)
                                  .arg(QLatin1String(word, 8))
@@ -522,15 +577,16 @@ qsizetype encodeLine(ThreadWork& work, qint64 now, const QString& dateFormat, co
                                  .arg(file)
                                  .arg(line, 5, 10, QLatin1Char('0'))
                                  .arg(function);
-        out.resize(encoder.requiredSpace(text.size()) + encoder.requiredSpace(sepa.size()));
+        const qsizetype need = encoder.requiredSpace(text.size()) + encoder.requiredSpace(sepa.size());
+        if (out.size() < need)
+            out.resize(need);
         end = encoder.appendToBuffer(out.data(), text);
     }
 
     char* const begin = out.data();
     end = begin + qstrnlen(begin, size_t(end - begin));
-    char* const sepaEnd = encoder.appendToBuffer(end, sepa);
-    out.truncate(end + qstrnlen(end, size_t(sepaEnd - end)) - begin);
-    return end - begin;
+    char* const sepaEnd = putText(end, sepa, encoder, TakePercent);
+    return {begin, end + qstrnlen(end, size_t(sepaEnd - end)) - begin, end - begin};
 }
 
 } // namespace
@@ -589,10 +645,10 @@ bool TWLogger::writeLog(const QString& msg, QtMsgType type, const QString& file,
         // capacity from line to line; only the write is serialised.
         const qint64 now = QDateTime::currentMSecsSinceEpoch();
         work = &threadWork();
-        const qsizetype length = encodeLine(*work, now, _dateFormat, _lineEndSepa, msg, levelWord(type), file, line,
-                                            function);
-        const bool written = _writeLine(work->bytes, length, now);
-        if (work->bytes.capacity() > ReleaseAbove)
+        const EncodedLine encoded = encodeLine(*work, now, _dateFormat, _lineEndSepa, msg, levelWord(type), file, line,
+                                               function);
+        const bool written = _writeLine(encoded.bytes, encoded.size, encoded.lineLength, now);
+        if (work->bytes.size() > ReleaseAbove)
             work->bytes = QByteArray(); // an outsized message does not pin its memory to the thread
         return written;
     } catch (const std::bad_alloc&) {
@@ -609,15 +665,15 @@ bool TWLogger::writeLog(QtMsgType type, const QMessageLogContext& context, const
 }
 
 // \a bytes holds the line in the local 8-bit encoding and its separator, each
-// ended before its first zero (encodeLine); \a lineLength is the line's part,
-// and \a stamp the line's time. Line and separator go out in one write, which
-// puts the same bytes in the file as two writes and a flush, with one system
-// call.
-bool TWLogger::_writeLine(const QByteArray& bytes, qsizetype lineLength, qint64 stamp)
+// ended before its first zero (encodeLine), \a size bytes of which the first
+// \a lineLength are the line; \a stamp is the line's time. Line and separator
+// go out in one write, which puts the same bytes in the file as two writes and
+// a flush, with one system call.
+bool TWLogger::_writeLine(const char* bytes, qsizetype size, qsizetype lineLength, qint64 stamp)
 {
     QMutexLocker locker(&_locker);
     if (!_isInitialized && !_initialize(false)) {
-        printLine(QStringLiteral("Error on initialize log file! Last log message:"), bytes.constData(), lineLength);
+        printLine(QStringLiteral("Error on initialize log file! Last log message:"), bytes, lineLength);
         return false;
     }
 
@@ -634,10 +690,10 @@ bool TWLogger::_writeLine(const QByteArray& bytes, qsizetype lineLength, qint64 
         _fileSize = _file.size(); // the lines of the last writer are on the disk by now
     }
     if (_fileSize >= _maxFileSize && !_initialize(true)) {
-        printLine(QStringLiteral("Error on reinitialize log file! Last log message:"), bytes.constData(), lineLength);
+        printLine(QStringLiteral("Error on reinitialize log file! Last log message:"), bytes, lineLength);
         return false;
     }
-    const qint64 written = _file.write(bytes);
+    const qint64 written = _file.write(bytes, size);
     _file.flush();
     if (written > 0)
         _fileSize += written;

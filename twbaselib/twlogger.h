@@ -107,7 +107,7 @@ public:
 private:
     Q_DISABLE_COPY(TWLogger)
 
-    bool _writeLine(const QByteArray& bytes, qsizetype lineLength, qint64 stamp);
+    bool _writeLine(const char* bytes, qsizetype size, qsizetype lineLength, qint64 stamp);
     bool _initialize(bool reinitialize);
     bool _uninitialize();
 
