@@ -138,7 +138,9 @@ struct ThreadWork
     char date[64];
 };
 
-ThreadWork& threadWork()
+// Kept out of line: where the thread's data lives is asked of the system once
+// per call, and a caller that inlined this would ask again at every use.
+Q_NEVER_INLINE ThreadWork& threadWork()
 {
     thread_local ThreadWork work;
     return work;
