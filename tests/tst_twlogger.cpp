@@ -143,6 +143,8 @@ private slots:
         row("seventeen characters", defaultDate, QStringLiteral("0123456789abcdefg"), QStringLiteral("src/twelve.h"), 7,
             QStringLiteral("void f(int)\u00e9"));
         row("percent in the second eight", defaultDate, QStringLiteral("msg"), QStringLiteral("abcdefgh%1"));
+        row("percent last of sixty-four", defaultDate, QString(63, u'a') + QStringLiteral("%1") + QString(70, u'b'));
+        row("non-ASCII first after sixty-four", defaultDate, QString(64, u'a') + QStringLiteral("\u00e9") + QString(20, u'b'));
         row("percent without a number", defaultDate, QStringLiteral("100% sure"));
         row("markers %2 %3 %L1 %99 %0", defaultDate, QStringLiteral("a%2b%3c%L1d%99e%0"));
         row("5000 characters", defaultDate, QString(4990, u'x') + QStringLiteral("\u00e9\u00e9\u00e9 end"));

@@ -417,35 +417,53 @@ inline bool copyAscii8(char* out, const char16_t* in, qsizetype at)
     return true;
 }
 
-// The same for sixteen characters.
-inline bool copyAscii16(char* out, const char16_t* in, qsizetype at)
+// The same for \a N characters, a multiple of sixteen: one test for all of
+// them, so that long texts pay few branches.
+template<int N>
+inline bool copyAsciiBlock(char* out, const char16_t* in, qsizetype at)
 {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at + 8));
-    const __m128i high = _mm_and_si128(_mm_or_si128(a, b), _mm_set1_epi16(short(0xFF80)));
-    const __m128i bytes = _mm_packus_epi16(a, b);
-    if ((_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) ^ 0xFFFF)
-        | _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('%'))))
+    static_assert(N % 16 == 0, "whole pairs of eight characters");
+    __m128i chars[N / 8];
+    __m128i any = _mm_setzero_si128();
+    for (int k = 0; k < N / 8; ++k) {
+        chars[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at + 8 * k));
+        any = _mm_or_si128(any, chars[k]);
+    }
+    if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(any, _mm_set1_epi16(short(0xFF80))), _mm_setzero_si128()))
+        != 0xFFFF)
         return false;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at), bytes);
+    __m128i bytes[N / 16];
+    __m128i percent = _mm_setzero_si128();
+    for (int k = 0; k < N / 16; ++k) {
+        bytes[k] = _mm_packus_epi16(chars[2 * k], chars[2 * k + 1]); // exact for ASCII
+        percent = _mm_or_si128(percent, _mm_cmpeq_epi8(bytes[k], _mm_set1_epi8('%')));
+    }
+    if (_mm_movemask_epi8(percent))
+        return false;
+    for (int k = 0; k < N / 16; ++k)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at + 16 * k), bytes[k]);
     return true;
 }
 #endif
 
 // Copies the characters of \a in up to the first that is not ASCII or is a
 // '%', as bytes, to \a out, which has room for \a n bytes; returns how many
-// were copied. Where SSE2 is there, sixteen or eight at a time, the last
-// block overlapping the one before rather than leaving a few for the loop.
+// were copied. Where SSE2 is there, sixty-four, sixteen or eight at a time,
+// the last block overlapping the one before rather than leaving a few for the
+// loop.
 qsizetype copyAscii(char* out, const char16_t* in, qsizetype n)
 {
     qsizetype i = 0;
 #if defined(__SSE2__)
-    while (i + 16 <= n && copyAscii16(out, in, i))
+    while (i + 64 <= n && copyAsciiBlock<64>(out, in, i))
+        i += 64;
+    while (i + 16 <= n && copyAsciiBlock<16>(out, in, i))
         i += 16;
     if (i + 16 > n) {
         if (i == n)
             return n;
-        if (n >= 16 ? copyAscii16(out, in, n - 16) : n >= 8 && copyAscii8(out, in, 0) && copyAscii8(out, in, n - 8))
+        if (n >= 16 ? copyAsciiBlock<16>(out, in, n - 16)
+                    : n >= 8 && copyAscii8(out, in, 0) && copyAscii8(out, in, n - 8))
             return n;
     }
 #endif
