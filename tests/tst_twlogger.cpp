@@ -4,8 +4,10 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QThread>
 #include <QtTest/QTest>
 
+#include <limits>
 #include <memory>
 
 using TW::TWLogger;
@@ -34,6 +36,32 @@ QStringList linesOf(const TWTest::TempWorkDir& dir, const QString& name, const Q
     if (!lines.isEmpty() && lines.constLast().isEmpty())
         lines.removeLast();
     return lines;
+}
+
+// The bytes that a line and its separator put in the file: the text of the
+// successive QString::arg calls that define a line, in the local 8-bit
+// encoding, each of line and separator ending before its first zero.
+QByteArray expectedBytes(const QString& date, const QString& msg, const QString& file, int line,
+                         const QString& function, const QString& sepa)
+{
+    const QString text = QStringLiteral("%1 %2 - %3 - in '%4' file, line: %5, function: '%6'")
+                             .arg(date)
+                             .arg(QStringLiteral("INFO    "))
+                             .arg(msg.leftJustified(500, u' '))
+                             .arg(file)
+                             .arg(line, 5, 10, QLatin1Char('0'))
+                             .arg(function);
+    const auto untilZero = [](const QByteArray& bytes) { return bytes.left(bytes.indexOf('\0') < 0 ? bytes.size() : bytes.indexOf('\0')); };
+    return untilZero(text.toLocal8Bit()) + untilZero(sepa.toLocal8Bit());
+}
+
+// What all the files of a folder hold, one after the other.
+QByteArray allFiles(const TWTest::TempWorkDir& dir)
+{
+    QByteArray bytes;
+    for (const QString& name : dir.files())
+        bytes += dir.readFile(name);
+    return bytes;
 }
 
 // Runs a logger in a child process, where its echo to standard output can be read.
@@ -84,6 +112,90 @@ private slots:
         static const QRegularExpression date(QStringLiteral("^\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d$"));
         QVERIFY2(date.match(lines.first().left(21)).hasMatch(), qPrintable(lines.first().left(21)));
         QTEST(lines.first().mid(21), "tail");
+    }
+
+    // Every kind of text in every place of the line gives the bytes of the
+    // QString::arg calls that define it.
+    void bytesMatchTheDefinition_data()
+    {
+        QTest::addColumn<QString>("dateFormat");
+        QTest::addColumn<QString>("msg");
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<int>("line");
+        QTest::addColumn<QString>("function");
+        QTest::addColumn<QString>("sepa");
+        const QString defaultDate = QStringLiteral("dd/MM/yy hh:mm:ss.zzz");
+        const QString src = QStringLiteral("src/file.cpp"), fn = QStringLiteral("void f(int)"), crlf = QStringLiteral("\r\n");
+        const QChar high(0xD800), low(0xDC00), zero(0);
+        const auto row = [&](const char* name, const QString& date, const QString& msg, const QString& file = QStringLiteral("src/file.cpp"),
+                             int line = 7, const QString& function = QStringLiteral("void f(int)"), const QString& sepa = QStringLiteral("\r\n")) {
+            QTest::newRow(name) << date << msg << file << line << function << sepa;
+        };
+        row("plain", defaultDate, QStringLiteral("hello"));
+        row("two, three and four bytes", defaultDate, QStringLiteral("caf\u00e9 \u65e5\u672c \U0001F600 end"));
+        row("unpaired high surrogate before the padding", defaultDate, QStringLiteral("ab") + high);
+        row("unpaired low surrogate first", defaultDate, low + QStringLiteral("x"));
+        row("500 characters, the last a high surrogate", defaultDate, QString(499, u'm') + high);
+        row("pair across sixteen characters", defaultDate, QString(15, u'a') + QStringLiteral("\U0001F600") + QString(40, u'b'));
+        row("non-ASCII then percent", defaultDate, QString(20, u'a') + QStringLiteral("\u00fc 100%1"));
+        row("percent at the end of a block", defaultDate, QString(31, u'a') + QStringLiteral("%2"));
+        row("percent in an overlapping last block", defaultDate, QString(20, u'a') + QStringLiteral("%1"));
+        row("seventeen characters", defaultDate, QStringLiteral("0123456789abcdefg"), QStringLiteral("src/twelve.h"), 7,
+            QStringLiteral("void f(int)\u00e9"));
+        row("percent in the second eight", defaultDate, QStringLiteral("msg"), QStringLiteral("abcdefgh%1"));
+        row("percent last of sixty-four", defaultDate, QString(63, u'a') + QStringLiteral("%1") + QString(70, u'b'));
+        row("non-ASCII first after sixty-four", defaultDate, QString(64, u'a') + QStringLiteral("\u00e9") + QString(20, u'b'));
+        row("percent without a number", defaultDate, QStringLiteral("100% sure"));
+        row("markers %2 %3 %L1 %99 %0", defaultDate, QStringLiteral("a%2b%3c%L1d%99e%0"));
+        row("5000 characters", defaultDate, QString(4990, u'x') + QStringLiteral("\u00e9\u00e9\u00e9 end"));
+        row("100000 characters", defaultDate, QString(100000, u'y'));
+        row("zero in the file", defaultDate, QStringLiteral("msg"), QStringLiteral("src/") + zero + QStringLiteral("gone.cpp"));
+        row("zero in the function", defaultDate, QStringLiteral("msg"), src, 7, QStringLiteral("void ") + zero + QStringLiteral("f()"));
+        row("zero in the separator", defaultDate, QStringLiteral("msg"), src, 7, fn, QStringLiteral("\r") + zero + QStringLiteral("\n"));
+        row("zero in the date", QStringLiteral("#") + zero, QStringLiteral("msg"));
+        row("percent in the file", defaultDate, QStringLiteral("msg"), QStringLiteral("src/%2.cpp"));
+        row("percent in the function", defaultDate, QStringLiteral("msg"), src, 7, QStringLiteral("f(%1)"));
+        row("non-ASCII file and function", defaultDate, QStringLiteral("msg"), QStringLiteral("src/\u00e9t\u00e9.cpp"), 7,
+            QStringLiteral("void \u65e5(") + high + QStringLiteral(")"));
+        row("no location", defaultDate, QStringLiteral("from Qt"), QString(), 0, QString());
+        row("line -1", defaultDate, QStringLiteral("msg"), src, -1);
+        row("line -99999", defaultDate, QStringLiteral("msg"), src, -99999);
+        row("line INT_MIN", defaultDate, QStringLiteral("msg"), src, std::numeric_limits<int>::min());
+        row("line INT_MAX", defaultDate, QStringLiteral("msg"), src, std::numeric_limits<int>::max());
+        row("line 99999", defaultDate, QStringLiteral("msg"), src, 99999);
+        row("empty date format", QString(), QStringLiteral("msg"));
+        row("quoted date", QStringLiteral("'x'"), QStringLiteral("msg"));
+        row("date of names", QStringLiteral("ddd MMMM"), QStringLiteral("msg"));
+        row("date with a marker", QStringLiteral("'%1'"), QStringLiteral("msg"));
+        row("date with a percent", QStringLiteral("yyyy%MM"), QStringLiteral("msg"));
+        row("non-ASCII date", QStringLiteral("\u00e9 HH:mm \u65e5") + low, QStringLiteral("msg"));
+        row("numbers without padding", QStringLiteral("d.M.yy h:m:s"), QStringLiteral("msg"));
+        row("empty separator", defaultDate, QStringLiteral("msg"), src, 7, fn, QString());
+        row("non-ASCII separator", defaultDate, QStringLiteral("msg"), src, 7, fn, QStringLiteral("\u00b6\n"));
+    }
+
+    void bytesMatchTheDefinition()
+    {
+        QFETCH(QString, dateFormat);
+        QFETCH(QString, msg);
+        QFETCH(QString, file);
+        QFETCH(int, line);
+        QFETCH(QString, function);
+        QFETCH(QString, sepa);
+        TWTest::TempWorkDir dir;
+        auto logger = makeLogger(dir.path());
+        logger->setDateFormat(dateFormat);
+        logger->setLineEndSepa(sepa);
+        // The date is the one part that the test cannot know beforehand: it is
+        // that of one of the milliseconds around the write.
+        const qint64 before = QDateTime::currentMSecsSinceEpoch();
+        QVERIFY(logger->writeLog(msg, QtInfoMsg, file, line, function));
+        const qint64 after = QDateTime::currentMSecsSinceEpoch();
+        const QByteArray bytes = allFiles(dir);
+        QByteArray expected;
+        for (qint64 msecs = before; msecs <= after && bytes != expected; ++msecs)
+            expected = expectedBytes(QDateTime::fromMSecsSinceEpoch(msecs).toString(dateFormat), msg, file, line, function, sepa);
+        QCOMPARE(bytes, expected);
     }
 
     void levelsAndFiltering_data()
@@ -191,6 +303,20 @@ private slots:
         QVERIFY(!out.value(2).isEmpty());
         QVERIFY(out.value(3).startsWith(QStringLiteral("Error on initialize log file! Last log message:")));
         QVERIFY(out.value(3).contains(QLatin1String("INFO     - lost ")));
+
+#ifdef Q_OS_UNIX
+        // Under the C locale Qt's local 8-bit encoding stays UTF-8, and so do
+        // the echo and the line.
+        const QByteArray previous = qgetenv("LC_ALL");
+        qputenv("LC_ALL", "C");
+        result = echo(dir.path(), true, QtInfoMsg, {QStringLiteral("\u00e9t\u00e9 \u65e5")});
+        if (previous.isNull())
+            qunsetenv("LC_ALL");
+        else
+            qputenv("LC_ALL", previous);
+        QCOMPARE(result.out, QByteArray("\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\n"));
+        QVERIFY(dir.readFile(QStringLiteral("twoutput_0000.log")).contains(" INFO     - \xc3\xa9t\xc3\xa9 \xe6\x97\xa5    "));
+#endif
     }
 
     void numberingAfterRestart_data()
@@ -286,6 +412,32 @@ private slots:
             QVERIFY(log(i % 2 ? *second : *first, QStringLiteral("line %1").arg(i)));
         for (const QString& name : dir.files())
             QVERIFY2(dir.readFile(name).size() <= 598 * 11, qPrintable(name)); // one line over at most
+    }
+
+    // A writer outside the logger counts too: a line stamped a millisecond or
+    // more after the last look at the file's size looks again. And the size
+    // that the logger keeps is checked on the disk before it rotates, so a file
+    // that somebody emptied is not left early.
+    void otherWritersCount()
+    {
+        TWTest::TempWorkDir dir;
+        auto logger = makeLogger(dir.path());
+        logger->setMaxFileSize(598 * 2);
+        QVERIFY(log(*logger, QStringLiteral("first")));
+        QFile other(dir.filePath(QStringLiteral("twoutput_0000.log")));
+        QVERIFY(other.open(QIODevice::WriteOnly | QIODevice::Append));
+        QCOMPARE(other.write(QByteArray(598, 'o')), qint64(598));
+        other.close();
+        QThread::msleep(5);
+        QVERIFY(log(*logger, QStringLiteral("second")));
+        QCOMPARE(dir.files().size(), 2);
+        QVERIFY(dir.readFile(QStringLiteral("twoutput_0001.log")).contains("second"));
+
+        QVERIFY(log(*logger, QStringLiteral("third")));
+        QVERIFY(QFile::resize(dir.filePath(QStringLiteral("twoutput_0001.log")), 0));
+        QVERIFY(log(*logger, QStringLiteral("fourth")));
+        QCOMPARE(dir.files().size(), 2);
+        QVERIFY(dir.readFile(QStringLiteral("twoutput_0001.log")).contains("fourth"));
     }
 
     void settersReopenOrClose()

@@ -7,8 +7,14 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstring>
+#include <limits>
 #include <new>
 #include <vector>
+
+#if defined(__SSE2__)
+#  include <emmintrin.h>
+#endif
 
 namespace TW {
 
@@ -42,6 +48,26 @@ void printLine(const QString& text)
     std::fflush(stdout);
 }
 
+// \a text followed by a line that is in the local encoding already and ends
+// before its first zero.
+void printLine(const QString& text, const char* line, qsizetype length)
+{
+    const QByteArray bytes = text.toLocal8Bit();
+    std::fputs(bytes.constData(), stdout);
+    std::fwrite(line, 1, size_t(length), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+// The logger of the process that wrote a line last, set after the write. A
+// logger that finds another one there knows that lines may have gone to its
+// file behind its back (see _writeLine). It is only compared, never followed:
+// a logger made at the address of a deleted one opens its file after the
+// deleted one's last line.
+std::atomic<const void*> lastWriter{nullptr};
+// No line has this time stamp: the size of a file just opened is asked for again.
+constexpr qint64 NoStamp = std::numeric_limits<qint64>::min();
+
 // --- Date text ---------------------------------------------------------------
 //
 // QDateTime::currentDateTime().toString(format) spends most of its time finding
@@ -57,17 +83,68 @@ enum class Field : char { Literal, Day, Month, Year2, Year4, Hour, Minute, Secon
 struct DateToken
 {
     Field field;
-    char width;   // 1 = no padding, 2 = two digits (numeric fields)
-    QString text; // Literal only
+    char width;       // 1 = no padding, 2 = two digits (numeric fields)
+    QString text;     // Literal only
+    QByteArray bytes; // Literal only: the text in the local 8-bit encoding
 };
 
 struct ParsedFormat
 {
     QString format;
     std::vector<DateToken> tokens;
+    qsizetype maxChars = 0; // the longest text the tokens give
+    qsizetype maxBytes = 0; // the same in bytes of the local 8-bit encoding
+    bool hasPercent = false; // a '%' in the literal text
     bool fast = false;
     bool valid = false;
 };
+
+// Whether the local 8-bit encoding is UTF-8, as it always is on Unix with Qt 6:
+// a probe of one, two, three and four byte characters, unpaired surrogates in
+// the middle and at the end, and a zero gives the same bytes both ways.
+bool localEncodingIsUtf8()
+{
+    static const bool utf8 = [] {
+        const QString probe = QStringLiteral("a\u00e9\u65e5\U0001F600") + QChar(0xDC00) + QChar(0xD800) + QChar(u'b')
+            + QChar(0) + QChar(0xFFFD) + QChar(0xD800);
+        QStringEncoder system(QStringEncoder::System, QStringEncoder::Flag::Stateless);
+        QStringEncoder utf8(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
+        return QByteArray(system.encode(probe)) == QByteArray(utf8.encode(probe));
+    }();
+    return utf8;
+}
+
+struct LocalTime
+{
+    int year, month, day, secOfDay, msec;
+};
+
+// What a thread keeps from one line to the next, in one place so that a line
+// looks its thread's data up once.
+struct ThreadWork
+{
+    // Qt's encoder of the system's encoding goes through a temporary array on
+    // every call, so UTF-8 is named as such when that is what it is.
+    QStringEncoder encoder{localEncodingIsUtf8() ? QStringEncoder::Utf8 : QStringEncoder::System,
+                           QStringEncoder::Flag::Stateless};
+    ParsedFormat format; // the date format last used
+    QByteArray bytes;    // the line, keeping its capacity
+    // The local time of the second last asked for (its msec unused).
+    qint64 second = std::numeric_limits<qint64>::min();
+    LocalTime time{};
+    // The date bytes of the last millisecond that a line was stamped with.
+    qint64 dateMsecs = NoStamp;
+    qsizetype dateSize = 0;
+    char date[64];
+};
+
+// Kept out of line: where the thread's data lives is asked of the system once
+// per call, and a caller that inlined this would ask again at every use.
+Q_NEVER_INLINE ThreadWork& threadWork()
+{
+    thread_local ThreadWork work;
+    return work;
+}
 
 int runLength(const QChar* p, const QChar* end)
 {
@@ -91,12 +168,14 @@ bool isFormatLetter(char16_t c)
     }
 }
 
-void parseFormat(ParsedFormat& parsed, const QString& format)
+void parseFormat(ParsedFormat& parsed, const QString& format, QStringEncoder& encoder)
 {
     parsed.format = format;
     parsed.tokens.clear();
     parsed.valid = true;
     parsed.fast = false;
+    parsed.maxChars = parsed.maxBytes = 0;
+    parsed.hasPercent = false;
 
     const QChar* p = format.constData();
     const QChar* const end = p + format.size();
@@ -104,7 +183,7 @@ void parseFormat(ParsedFormat& parsed, const QString& format)
         if (!parsed.tokens.empty() && parsed.tokens.back().field == Field::Literal)
             parsed.tokens.back().text.append(from, n);
         else
-            parsed.tokens.push_back({Field::Literal, 0, QString(from, n)});
+            parsed.tokens.push_back({Field::Literal, 0, QString(from, n), {}});
     };
 
     while (p < end) {
@@ -116,15 +195,15 @@ void parseFormat(ParsedFormat& parsed, const QString& format)
         case u'M':
             if (run > 2)
                 return; // day and month names
-            parsed.tokens.push_back({c == u'd' ? Field::Day : Field::Month, char(run), {}});
+            parsed.tokens.push_back({c == u'd' ? Field::Day : Field::Month, char(run), {}, {}});
             used = run;
             break;
         case u'y':
             if (run >= 4) {
-                parsed.tokens.push_back({Field::Year4, 4, {}});
+                parsed.tokens.push_back({Field::Year4, 4, {}, {}});
                 used = 4;
             } else if (run >= 2) {
-                parsed.tokens.push_back({Field::Year2, 2, {}});
+                parsed.tokens.push_back({Field::Year2, 2, {}, {}});
                 used = 2;
             } else {
                 addLiteral(p, 1);
@@ -137,12 +216,12 @@ void parseFormat(ParsedFormat& parsed, const QString& format)
         case u's':
             used = qMin(run, 2);
             parsed.tokens.push_back({c == u'm' ? Field::Minute : c == u's' ? Field::Second : Field::Hour,
-                                     char(used), {}});
+                                     char(used), {}, {}});
             break;
         case u'z':
             if (run < 3)
                 return; // single 'z' changed meaning across Qt versions
-            parsed.tokens.push_back({Field::Msec3, 3, {}});
+            parsed.tokens.push_back({Field::Msec3, 3, {}, {}});
             used = 3;
             break;
         default:
@@ -153,6 +232,17 @@ void parseFormat(ParsedFormat& parsed, const QString& format)
             break;
         }
         p += used;
+    }
+    for (DateToken& t : parsed.tokens) {
+        if (t.field == Field::Literal) {
+            t.bytes = encoder.encode(t.text);
+            parsed.maxChars += t.text.size();
+            parsed.maxBytes += t.bytes.size();
+            parsed.hasPercent = parsed.hasPercent || t.text.contains(u'%');
+        } else {
+            parsed.maxChars += 4;
+            parsed.maxBytes += 4;
+        }
     }
     parsed.fast = true;
 }
@@ -188,7 +278,18 @@ void civilFromDays(qint64 days, int& year, int& month, int& day)
     year = int(yoe + era * 400 + (month <= 2 ? 1 : 0));
 }
 
-inline QChar* putNumber(QChar* out, int value, int width)
+inline void put(QChar*& out, char c)
+{
+    *out++ = QLatin1Char(c);
+}
+
+inline void put(char*& out, char c)
+{
+    *out++ = c;
+}
+
+template<typename Char>
+Char* putNumber(Char* out, int value, int width)
 {
     char digits[8];
     int n = 0;
@@ -199,24 +300,38 @@ inline QChar* putNumber(QChar* out, int value, int width)
     while (n < width)
         digits[n++] = '0';
     while (n)
-        *out++ = QLatin1Char(digits[--n]);
+        put(out, digits[--n]);
     return out;
 }
 
-const ParsedFormat& parsedFormat(const QString& format)
+inline QChar* putLiteral(QChar* out, const DateToken& t)
 {
-    thread_local ParsedFormat parsed;
-    if (!parsed.valid || parsed.format != format)
-        parseFormat(parsed, format);
+    return std::copy(t.text.constData(), t.text.constData() + t.text.size(), out);
+}
+
+inline char* putLiteral(char* out, const DateToken& t)
+{
+    std::memcpy(out, t.bytes.constData(), size_t(t.bytes.size()));
+    return out + t.bytes.size();
+}
+
+const ParsedFormat& parsedFormat(ThreadWork& work, const QString& format)
+{
+    ParsedFormat& parsed = work.format;
+    // The stored copy shares the caller's text while the format is unchanged.
+    const bool same = parsed.valid && parsed.format.size() == format.size()
+        && (parsed.format.constData() == format.constData() || parsed.format == format);
+    if (!same) {
+        parseFormat(parsed, format, work.encoder);
+        work.dateMsecs = NoStamp;
+    }
     return parsed;
 }
 
-// Appends the date text to \a out; false when the format is outside the fast subset.
-bool appendFastDate(QString& out, qint64 msecs, const ParsedFormat& parsed)
+// \a msecs as local time; false outside the years 1 to 9999. The thread
+// remembers the last second, which lines of the same second share.
+bool localTimeOf(ThreadWork& work, qint64 msecs, LocalTime& time)
 {
-    if (!parsed.fast)
-        return false;
-
     // Times outside the years 1 to 9999 are left to Qt (a queue's cache file
     // may carry any 64-bit time); within them nothing below can overflow.
     constexpr qint64 Earliest = -62135596800000 - 86400000; // 0001-01-01, a day of time zones early
@@ -224,50 +339,274 @@ bool appendFastDate(QString& out, qint64 msecs, const ParsedFormat& parsed)
     if (msecs < Earliest || msecs > Latest)
         return false;
     const qint64 secs = msecs >= 0 ? msecs / 1000 : (msecs - 999) / 1000;
-    const int msec = int(msecs - secs * 1000);
-    const qint64 local = secs + localOffsetAt(secs);
-    const qint64 days = local >= 0 ? local / 86400 : (local - 86399) / 86400;
-    const int secOfDay = int(local - days * 86400);
-    int year, month, day;
-    civilFromDays(days, year, month, day);
-    if (year < 1 || year > 9999)
-        return false;
+    if (secs != work.second) {
+        const qint64 local = secs + localOffsetAt(secs);
+        const qint64 days = local >= 0 ? local / 86400 : (local - 86399) / 86400;
+        work.time.secOfDay = int(local - days * 86400);
+        civilFromDays(days, work.time.year, work.time.month, work.time.day);
+        work.second = secs;
+    }
+    time = work.time;
+    time.msec = int(msecs - secs * 1000);
+    return time.year >= 1 && time.year <= 9999;
+}
 
-    qsizetype need = 0;
-    for (const DateToken& t : parsed.tokens)
-        need += t.field == Field::Literal ? t.text.size() : 4;
-    const qsizetype start = out.size();
-    out.resize(start + need);
-    QChar* w = out.data() + start;
+// Writes the date text of a format in the fast subset; room for
+// parsed.maxChars (characters) or parsed.maxBytes (bytes) is needed.
+template<typename Char>
+Char* putDate(Char* w, const ParsedFormat& parsed, const LocalTime& time)
+{
     for (const DateToken& t : parsed.tokens) {
         switch (t.field) {
-        case Field::Literal:
-            std::copy(t.text.constData(), t.text.constData() + t.text.size(), w);
-            w += t.text.size();
-            break;
-        case Field::Day:    w = putNumber(w, day, t.width); break;
-        case Field::Month:  w = putNumber(w, month, t.width); break;
-        case Field::Year2:  w = putNumber(w, year % 100, 2); break;
-        case Field::Year4:  w = putNumber(w, year, 4); break;
-        case Field::Hour:   w = putNumber(w, secOfDay / 3600, t.width); break;
-        case Field::Minute: w = putNumber(w, secOfDay / 60 % 60, t.width); break;
-        case Field::Second: w = putNumber(w, secOfDay % 60, t.width); break;
-        case Field::Msec3:  w = putNumber(w, msec, 3); break;
+        case Field::Literal: w = putLiteral(w, t); break;
+        case Field::Day:     w = putNumber(w, time.day, t.width); break;
+        case Field::Month:   w = putNumber(w, time.month, t.width); break;
+        case Field::Year2:   w = putNumber(w, time.year % 100, 2); break;
+        case Field::Year4:   w = putNumber(w, time.year, 4); break;
+        case Field::Hour:    w = putNumber(w, time.secOfDay / 3600, t.width); break;
+        case Field::Minute:  w = putNumber(w, time.secOfDay / 60 % 60, t.width); break;
+        case Field::Second:  w = putNumber(w, time.secOfDay % 60, t.width); break;
+        case Field::Msec3:   w = putNumber(w, time.msec, 3); break;
         }
     }
-    out.truncate(w - out.constData());
-    return true;
+    return w;
 }
 
 void appendDate(QString& out, qint64 msecs, const QString& format)
 {
-    if (!appendFastDate(out, msecs, parsedFormat(format)))
+    ThreadWork& work = threadWork();
+    const ParsedFormat& parsed = parsedFormat(work, format);
+    LocalTime time;
+    if (parsed.fast && localTimeOf(work, msecs, time)) {
+        const qsizetype start = out.size();
+        out.resize(start + parsed.maxChars);
+        out.truncate(putDate(out.data() + start, parsed, time) - out.constData());
+    } else {
         out += QDateTime::fromMSecsSinceEpoch(msecs).toString(format); // local time
+    }
 }
 
-bool containsMarker(QStringView text)
+// --- The line in bytes ----------------------------------------------------------
+
+// The fixed parts of a line are ASCII. They are copied as they stand when the
+// local encoding writes ASCII as ASCII, which UTF-8 and the Windows code pages
+// all do; under any other encoding the whole line goes through the encoder.
+bool localEncodingKeepsAscii()
 {
-    return text.contains(u'%');
+    static const bool keeps = [] {
+        QByteArray ascii;
+        for (char c = ' '; c <= '~'; ++c)
+            ascii += c;
+        return QString::fromLatin1(ascii).toLocal8Bit() == ascii;
+    }();
+    return keeps;
+}
+
+#if defined(__SSE2__)
+// Copies eight characters at \a at as bytes when all are ASCII and none is a
+// '%'; false, with nothing written, otherwise.
+inline bool copyAscii8(char* out, const char16_t* in, qsizetype at)
+{
+    const __m128i chars = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at));
+    const __m128i high = _mm_and_si128(chars, _mm_set1_epi16(short(0xFF80)));
+    const __m128i bytes = _mm_packus_epi16(chars, chars); // exact for ASCII
+    if ((_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) ^ 0xFFFF)
+        | (_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('%'))) & 0xFF))
+        return false;
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + at), bytes);
+    return true;
+}
+
+// The same for \a N characters, a multiple of sixteen: one test for all of
+// them, so that long texts pay few branches.
+template<int N>
+inline bool copyAsciiBlock(char* out, const char16_t* in, qsizetype at)
+{
+    static_assert(N % 16 == 0, "whole pairs of eight characters");
+    __m128i chars[N / 8];
+    __m128i any = _mm_setzero_si128();
+    for (int k = 0; k < N / 8; ++k) {
+        chars[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at + 8 * k));
+        any = _mm_or_si128(any, chars[k]);
+    }
+    if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(any, _mm_set1_epi16(short(0xFF80))), _mm_setzero_si128()))
+        != 0xFFFF)
+        return false;
+    __m128i bytes[N / 16];
+    __m128i percent = _mm_setzero_si128();
+    for (int k = 0; k < N / 16; ++k) {
+        bytes[k] = _mm_packus_epi16(chars[2 * k], chars[2 * k + 1]); // exact for ASCII
+        percent = _mm_or_si128(percent, _mm_cmpeq_epi8(bytes[k], _mm_set1_epi8('%')));
+    }
+    if (_mm_movemask_epi8(percent))
+        return false;
+    for (int k = 0; k < N / 16; ++k)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at + 16 * k), bytes[k]);
+    return true;
+}
+#endif
+
+// Copies the characters of \a in up to the first that is not ASCII or is a
+// '%', as bytes, to \a out, which has room for \a n bytes; returns how many
+// were copied. Where SSE2 is there, sixty-four, sixteen or eight at a time,
+// the last block overlapping the one before rather than leaving a few for the
+// loop.
+qsizetype copyAscii(char* out, const char16_t* in, qsizetype n)
+{
+    qsizetype i = 0;
+#if defined(__SSE2__)
+    while (i + 64 <= n && copyAsciiBlock<64>(out, in, i))
+        i += 64;
+    while (i + 16 <= n && copyAsciiBlock<16>(out, in, i))
+        i += 16;
+    if (i + 16 > n) {
+        if (i == n)
+            return n;
+        if (n >= 16 ? copyAsciiBlock<16>(out, in, n - 16)
+                    : n >= 8 && copyAscii8(out, in, 0) && copyAscii8(out, in, n - 8))
+            return n;
+    }
+#endif
+    for (; i < n; ++i) {
+        const char16_t c = in[i];
+        if (c >= 0x80 || c == u'%')
+            break;
+        out[i] = char(c);
+    }
+    return i;
+}
+
+enum PercentRule { StopAtPercent, TakePercent };
+
+// Writes \a text in the local encoding, in one pass where it is ASCII. With
+// StopAtPercent, returns null at a '%' instead.
+char* putText(char* out, QStringView text, QStringEncoder& encoder, PercentRule rule)
+{
+    const qsizetype ascii = copyAscii(out, text.utf16(), text.size());
+    if (ascii == text.size())
+        return out + ascii;
+    // A character that is not ASCII, or a '%': the rest goes through Qt. The
+    // text is cut after an ASCII character, never inside a surrogate pair.
+    const QStringView rest = text.mid(ascii);
+    if (rule == StopAtPercent && rest.contains(u'%'))
+        return nullptr;
+    return encoder.appendToBuffer(out + ascii, rest);
+}
+
+template<size_t N>
+inline char* putAscii(char* out, const char (&text)[N])
+{
+    std::memcpy(out, text, N - 1);
+    return out + N - 1;
+}
+
+inline char* putLineNumber(char* out, int line)
+{
+    if (line >= 0 && line <= 99999) {
+        for (int i = 4; i >= 0; --i, line /= 10)
+            out[i] = char('0' + line % 10);
+        return out + 5;
+    }
+    // Signs and more digits: as QString::arg writes them.
+    const QByteArray text = QStringLiteral("%1").arg(line, 5, 10, QLatin1Char('0')).toLatin1();
+    std::memcpy(out, text.constData(), size_t(text.size()));
+    return out + text.size();
+}
+
+// What encodeLine leaves in the thread's buffer.
+struct EncodedLine
+{
+    const char* bytes;    // the line, then its separator
+    qsizetype size;       // of both
+    qsizetype lineLength; // of the line alone
+};
+
+// Writes the line in the local 8-bit encoding into the thread's buffer, then
+// the separator, each cut at its first zero byte as a zero-terminated string
+// would be. The buffer keeps its size from line to line. Its text is that of six successive
+// QString::arg calls on "%1 %2 - %3 - in '%4' file, line: %5, function: '%6'"
+// with the date, the level word, the message padded to 500 characters, the
+// file, the line number (five digits at least) and the function. When no '%'
+// in the date, the message or the file can take part in those calls, the
+// pieces are written straight into the buffer: the padding as a fill, and each
+// piece of text through the encoder once. The pieces meet only at ASCII
+// characters, so encoding them one by one gives the bytes of the whole.
+EncodedLine encodeLine(ThreadWork& work, qint64 now, const QString& dateFormat, const QString& sepa, const QString& msg,
+                       const char* word, const QString& file, int line, const QString& function)
+{
+    QByteArray& out = work.bytes;
+    QStringEncoder& encoder = work.encoder;
+    const ParsedFormat& parsed = parsedFormat(work, dateFormat);
+    // The date bytes are made once per millisecond; the lines in between copy them.
+    if (now != work.dateMsecs && parsed.fast && parsed.maxBytes <= qsizetype(sizeof work.date)) {
+        LocalTime time;
+        if (localTimeOf(work, now, time)) {
+            work.dateSize = putDate(work.date, parsed, time) - work.date;
+            work.dateMsecs = now;
+        }
+    }
+    const bool fastDate = now == work.dateMsecs;
+    QString dateText; // when Qt writes the date
+    if (!fastDate)
+        dateText = QDateTime::fromMSecsSinceEpoch(now).toString(dateFormat); // local time
+
+    char* end = nullptr;
+    if (localEncodingKeepsAscii() && !(fastDate ? parsed.hasPercent : dateText.contains(u'%'))) {
+        const qsizetype padding = qMax<qsizetype>(0, MessageWidth - msg.size());
+        // 64 bytes hold the fixed parts: blanks, level word, the texts around
+        // the location and a line number of up to eleven characters.
+        const qsizetype need = (fastDate ? parsed.maxBytes : encoder.requiredSpace(dateText.size())) + 64
+            + encoder.requiredSpace(msg.size()) + padding + encoder.requiredSpace(file.size())
+            + encoder.requiredSpace(function.size()) + encoder.requiredSpace(sepa.size());
+        if (out.size() < need)
+            out.resize(need);
+        char* w = out.data();
+        if (fastDate) {
+            std::memcpy(w, work.date, size_t(work.dateSize));
+            w += work.dateSize;
+        } else {
+            w = encoder.appendToBuffer(w, dateText);
+        }
+        *w++ = ' ';
+        std::memcpy(w, word, 8);
+        w = putAscii(w + 8, " - ");
+        w = putText(w, msg, encoder, StopAtPercent);
+        if (w) {
+            std::memset(w, ' ', size_t(padding));
+            w = putAscii(w + padding, " - in '");
+            w = putText(w, file, encoder, StopAtPercent);
+        }
+        if (w) {
+            w = putAscii(w, "' file, line: ");
+            w = putLineNumber(w, line);
+            w = putAscii(w, ", function: '");
+            w = putText(w, function, encoder, TakePercent);
+            *w++ = '\'';
+        }
+        end = w;
+    }
+    if (!end) {
+        // A marker in the date, the message or the file takes values meant for
+        // later places, and those calls decide the line.
+        if (fastDate)
+            appendDate(dateText, now, dateFormat);
+        const QString text = QStringLiteral("%1 %2 - %3 - in '%4' file, line: %5, function: '%6'")
+                                 .arg(dateText)
+                                 .arg(QLatin1String(word, 8))
+                                 .arg(msg.leftJustified(MessageWidth, u' '))
+                                 .arg(file)
+                                 .arg(line, 5, 10, QLatin1Char('0'))
+                                 .arg(function);
+        const qsizetype need = encoder.requiredSpace(text.size()) + encoder.requiredSpace(sepa.size());
+        if (out.size() < need)
+            out.resize(need);
+        end = encoder.appendToBuffer(out.data(), text);
+    }
+
+    char* const begin = out.data();
+    end = begin + qstrnlen(begin, size_t(end - begin));
+    char* const sepaEnd = putText(end, sepa, encoder, TakePercent);
+    return {begin, end + qstrnlen(end, size_t(sepaEnd - end)) - begin, end - begin};
 }
 
 } // namespace
@@ -288,6 +627,8 @@ TWLogger::TWLogger()
     , _lineEndSepa(QStringLiteral("\r\n"))
     , _consoleOutput(true)
     , _acceptedLogLevels({QtInfoMsg, QtWarningMsg, QtCriticalMsg, QtFatalMsg})
+    , _fileSize(0)
+    , _sizeStamp(NoStamp)
 {
 }
 
@@ -309,10 +650,9 @@ TWLogger* TWLogger::globalInstance()
 bool TWLogger::writeLog(const QString& msg, QtMsgType type, const QString& file, int line,
                         const QString& function)
 {
-    // One buffer per thread keeps its capacity from line to line.
-    thread_local QString text;
     // A message too large for the memory left is a line that could not be
     // written; the lockers have let go by the time the failure is caught.
+    ThreadWork* work = nullptr;
     try {
         QMutexLocker locker(&_locker);
         if (!_acceptedLogLevels.contains(int(type)))
@@ -321,56 +661,19 @@ bool TWLogger::writeLog(const QString& msg, QtMsgType type, const QString& file,
             printLine(msg);
         locker.unlock();
 
-        // The line is built unlocked; only the write below is serialised.
+        // The line is built unlocked, in a buffer of the thread that keeps its
+        // capacity from line to line; only the write is serialised.
         const qint64 now = QDateTime::currentMSecsSinceEpoch();
-        const char* const word = levelWord(type);
-        const qsizetype padding = qMax<qsizetype>(0, MessageWidth - msg.size());
-
-        text.resize(0);
-        const qsizetype need = 32 + msg.size() + padding + file.size() + function.size() + 64;
-        if (text.capacity() < need) // reserve() reallocates even when the capacity is just enough
-            text.reserve(need);
-        appendDate(text, now, _dateFormat);
-
-        // A '%' in the date, the message or the file takes part in the successive
-        // QString::arg calls that define the line; the direct build below gives the
-        // same text only when none of them holds one.
-        if (!containsMarker(text) && !containsMarker(msg) && !containsMarker(file)) {
-            text += u' ';
-            text += QLatin1String(word, 8);
-            text += QLatin1String(" - ");
-            text += msg;
-            text.resize(text.size() + padding, u' ');
-            text += QLatin1String(" - in '");
-            text += file;
-            text += QLatin1String("' file, line: ");
-            if (line >= 0 && line <= 99999) {
-                char digits[5];
-                for (int i = 4, v = line; i >= 0; --i, v /= 10)
-                    digits[i] = char('0' + v % 10);
-                text += QLatin1String(digits, 5);
-            } else {
-                text += QStringLiteral("%1").arg(line, 5, 10, QLatin1Char('0'));
-            }
-            text += QLatin1String(", function: '");
-            text += function;
-            text += u'\'';
-        } else {
-            const QString dateText = text;
-            text = QStringLiteral("%1 %2 - %3 - in '%4' file, line: %5, function: '%6'")
-                       .arg(dateText)
-                       .arg(QLatin1String(word, 8))
-                       .arg(msg.leftJustified(MessageWidth, u' '))
-                       .arg(file)
-                       .arg(line, 5, 10, QLatin1Char('0'))
-                       .arg(function);
-        }
-        const bool written = _writeLine(text);
-        if (text.capacity() > ReleaseAbove)
-            text = QString(); // an outsized message does not pin its memory to the thread
+        work = &threadWork();
+        const EncodedLine encoded = encodeLine(*work, now, _dateFormat, _lineEndSepa, msg, levelWord(type), file, line,
+                                               function);
+        const bool written = _writeLine(encoded.bytes, encoded.size, encoded.lineLength, now);
+        if (work->bytes.size() > ReleaseAbove)
+            work->bytes = QByteArray(); // an outsized message does not pin its memory to the thread
         return written;
     } catch (const std::bad_alloc&) {
-        text = QString();
+        if (work)
+            work->bytes = QByteArray();
         return false;
     }
 }
@@ -381,39 +684,44 @@ bool TWLogger::writeLog(QtMsgType type, const QMessageLogContext& context, const
     return writeLog(QString(msg), type, QString(), 0, QString());
 }
 
-bool TWLogger::_writeLine(const QString& line)
+// \a bytes holds the line in the local 8-bit encoding and its separator, each
+// ended before its first zero (encodeLine), \a size bytes of which the first
+// \a lineLength are the line; \a stamp is the line's time. Line and separator
+// go out in one write, which puts the same bytes in the file as two writes and
+// a flush, with one system call.
+bool TWLogger::_writeLine(const char* bytes, qsizetype size, qsizetype lineLength, qint64 stamp)
 {
-    // The line and its separator are written in the local 8-bit encoding as
-    // zero-terminated byte strings, so a zero character ends each of them. Both
-    // go out in one write, which puts the same bytes in the file as two writes
-    // and a flush, with one system call.
-    thread_local QStringEncoder encoder(QStringEncoder::System, QStringEncoder::Flag::Stateless);
-    thread_local QByteArray bytes;
-    bytes.resize(encoder.requiredSpace(line.size() + _lineEndSepa.size()));
-    char* const begin = bytes.data();
-    char* end = encoder.appendToBuffer(begin, line);
-    end = begin + qstrnlen(begin, end - begin);
-    char* const sepa = end;
-    end = encoder.appendToBuffer(sepa, _lineEndSepa);
-    end = sepa + qstrnlen(sepa, end - sepa);
-    bytes.truncate(end - begin);
-
     QMutexLocker locker(&_locker);
     if (!_isInitialized && !_initialize(false)) {
-        printLine(QStringLiteral("Error on initialize log file! Last log message:") + line);
+        printLine(QStringLiteral("Error on initialize log file! Last log message:"), bytes, lineLength);
         return false;
     }
-    // Tested before the write, so a line is never split nor refused for its
-    // length. The size is the file's as it stands on the disk, so lines that
-    // another logger or process appended to the same file count too.
-    if (_file.size() >= _maxFileSize && !_initialize(true)) {
-        printLine(QStringLiteral("Error on reinitialize log file! Last log message:") + line);
+
+    // The limit is tested before the write, so a line is never split nor
+    // refused for its length, and against the file's size on the disk, so
+    // that lines another logger or process appended count. Asking the system
+    // for the size costs about as much as the write itself, so the logger
+    // keeps the last answer plus what it wrote since, and asks again when that
+    // may be wrong: after another logger of the process wrote a line, at the
+    // first line of each new millisecond of time stamps (which bounds how long
+    // a writer outside the process goes unseen), and before it rotates.
+    if (lastWriter.load(std::memory_order_acquire) != this || stamp != _sizeStamp || _fileSize >= _maxFileSize) {
+        _sizeStamp = stamp;
+        _fileSize = _file.size(); // the lines of the last writer are on the disk by now
+    }
+    if (_fileSize >= _maxFileSize && !_initialize(true)) {
+        printLine(QStringLiteral("Error on reinitialize log file! Last log message:"), bytes, lineLength);
         return false;
     }
-    _file.write(bytes);
+    const qint64 written = _file.write(bytes, size);
     _file.flush();
-    if (bytes.capacity() > ReleaseAbove)
-        bytes = QByteArray();
+    if (written > 0)
+        _fileSize += written;
+    // Another logger that wrote since the look above: the next line looks
+    // again. While this logger stays the last writer the word is only read.
+    if (lastWriter.load(std::memory_order_relaxed) != this
+        && lastWriter.exchange(this, std::memory_order_acq_rel) != this)
+        _sizeStamp = NoStamp;
     return true;
 }
 
@@ -464,7 +772,9 @@ bool TWLogger::_initialize(bool reinitialize)
         printLine(_file.errorString());
         return false;
     }
-    _file.seek(_file.size());
+    _fileSize = _file.size();
+    _sizeStamp = NoStamp;
+    _file.seek(_fileSize);
     _isInitialized = true;
     return true;
 }

@@ -83,7 +83,12 @@ public:
     /*! A change closes the current file; the folder is not created. */
     void setFilePath(const QString& filePath);
     qint64 maxFileSize() const;
-    /*! Size from which the next line goes to a new file; zero or less means one file per line. */
+    /*!
+     * Size from which the next line goes to a new file; zero or less means one
+     * file per line. It is the file's size on the disk: lines that another
+     * logger of the process appends count at once, those of another process
+     * from the next millisecond on.
+     */
     void setMaxFileSize(qint64 maxFileSize);
 
     /*!
@@ -102,7 +107,7 @@ public:
 private:
     Q_DISABLE_COPY(TWLogger)
 
-    bool _writeLine(const QString& line);
+    bool _writeLine(const char* bytes, qsizetype size, qsizetype lineLength, qint64 stamp);
     bool _initialize(bool reinitialize);
     bool _uninitialize();
 
@@ -116,6 +121,11 @@ private:
     QList<int> _acceptedLogLevels;
     QFile _file;
     QMutex _locker;
+    // What is known of the open file's size without asking the system: the
+    // last answer plus the bytes written since, and the time stamp of the line
+    // that asked.
+    qint64 _fileSize;
+    qint64 _sizeStamp;
 
     static TWLogger* glb_pInstance;
 };
