@@ -438,16 +438,18 @@ inline quint32 key4(const uchar* in, qsizetype i)
  * Earlier positions whose last bytes hash alike, latest first, kept for the
  * last Window positions. An entry's base is the lowest entry of its stretch:
  * the entries below it down to the base follow each other at one step, the
- * period, and the bytes between them repeat with that period.
+ * period, and the bytes between them repeat with that period. The window
+ * never holds more than Window entries, so a few thousand heads do.
  */
+constexpr int HeadBits = 12;
+
 struct HashChain
 {
-    quint32* heads;
-    int shift;
+    quint32 heads[quint32(1) << HeadBits];
     quint32 next[Window];
     quint32 base[Window];
 
-    quint32 hash(quint32 key) const { return (key * 2654435761u) >> shift; }
+    static quint32 hash(quint32 key) { return (key * 2654435761u) >> (32 - HeadBits); }
 
     // Enters position i. periodic says that the bytes from nearest + 1 to i
     // repeat with the period i - nearest; if nearest is also the previous entry
@@ -744,52 +746,74 @@ void TWZX7::_readRawBytes(const int& count, long& diff, long& delta)
  *   beat the first one met (see below), so the walk skips the rest.
  *
  * The walk only looks MaxOffset positions back, so the chains are rings of the
- * last Window positions, and beyond the records the memory is fixed.
+ * last Window positions; the fewest bits are kept for the last MaxLength
+ * positions only, as far as a sequence reaches back. So the memory is fixed,
+ * and the sink decides what is kept of each record.
  */
-QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
+namespace {
+
+constexpr qsizetype BitsWindow = MaxLength;      // fewest bits kept: as far back as a sequence reaches
+constexpr qsizetype BitsMask = BitsWindow - 1;
+
+/*
+ * The fixed tables of one search, allocated at once and zeroed.
+ *
+ * The pair table holds, for each byte pair, two positions modulo 2^16: the
+ * latest at which the pair ended (low half) and the first of the pair's
+ * current run (high half), a run being occurrences each within reach of the
+ * one before. A position is entered in the hash chains only when its pair ran
+ * on, so where no pair repeats within reach (data that does not compress) a
+ * position costs one look-up and one store. The one occurrence a walk then
+ * misses is the oldest one in reach, the first of the run, which the walk
+ * takes on at its end.
+ *
+ * The fewest bits are kept modulo 2^32: any two that are compared lie within
+ * one longest sequence of each other, so their difference fits in 32 bits.
+ */
+struct SearchTables
 {
-    QList<TWCompOptimal> optimal;
-    const qsizetype size = input.size();
-    if (size == 0 || qint64(size) > MaxInput || skip < 0 || skip >= size)
-        return optimal;
+    quint32 pairs[0x10000];
+    OffsetRun runs[MaxOffset + 1];
+    HashChain chains[2];               // of 3 and of 4 bytes
+    quint32 bits[BitsWindow];          // fewest bits up to position p, at p & BitsMask
+};
 
-    // pairs[pair] is the latest position at which the byte pair ended.
-    const int hashBits = std::clamp(int(qCountLeadingZeroBits(quint64(1))) - int(qCountLeadingZeroBits(quint64(size))) + 1, 10, 16);
-    std::unique_ptr<quint32, FreeDeleter> pairs(static_cast<quint32*>(std::calloc(0x10000, sizeof(quint32))));
-    std::unique_ptr<quint32, FreeDeleter> heads(static_cast<quint32*>(std::calloc(size_t(2) << hashBits, sizeof(quint32))));
-    std::unique_ptr<OffsetRun, FreeDeleter> runs(static_cast<OffsetRun*>(std::calloc(MaxOffset + 1, sizeof(OffsetRun))));
-    std::unique_ptr<HashChain[]> chains(new (std::nothrow) HashChain[2]);
-    if (!pairs || !heads || !runs || !chains)
-        return optimal;
-    HashChain& chain3 = chains[0];
-    HashChain& chain4 = chains[1];
-    chain3.heads = heads.get();
-    chain4.heads = heads.get() + (size_t(1) << hashBits);
-    chain3.shift = chain4.shift = 32 - hashBits;
+// The position among the last 2^16 before i that is p modulo 2^16.
+inline qsizetype unwrap(qsizetype i, quint32 p)
+{
+    return i - qsizetype((quint32(i) - p) & 0xFFFF);
+}
 
-    // Records are appended as the search goes, into room reserved at once, so
-    // that each is written once; the skipped bytes get empty ones.
-    optimal.reserve(size);
-    if (optimal.capacity() < size)
-        return QList<TWCompOptimal>(); // Qt gives up silently when it cannot reserve: so do we, but audibly
-    optimal.resize(skip);
-    optimal.append(TWCompOptimal{8, 0, 0}); // the first byte is always a literal
-    const uchar* in = reinterpret_cast<const uchar*>(input.constData());
-    const TWCompOptimal* rec = optimal.constData();
+/*
+ * The cheapest sequence that ends at one position i, when the byte pair that
+ * ends there ended within reach before: the lengths of each candidate offset
+ * are costed against the fewest bits so far, and `best` keeps the cheapest.
+ * This is the rarer case where data compresses badly, so it stands apart from
+ * the loop over the positions, which stays small.
+ */
+struct Candidates
+{
+    const uchar* in;
+    qsizetype skip;
+    SearchTables* tables;
 
-    // The skipped bytes only feed the tables; the older ones lie out of reach.
-    for (qsizetype i = std::max<qsizetype>(1, skip - MaxOffset); i <= skip; ++i) {
-        pairs.get()[quint32(in[i - 1]) << 8 | in[i]] = quint32(i);
-        if (i >= 2)
-            chain3.insert(i, chain3.hash(key3(in, i)), false, 0);
-        if (i >= 3)
-            chain4.insert(i, chain4.hash(key4(in, i)), false, 0);
-    }
+    struct Best
+    {
+        quint32 bits;
+        qint32 offset;
+        qint32 len;
+    };
 
-    for (qsizetype i = skip + 1; i < size; ++i) {
-        quint64 bestBits = rec[i - 1].bits + 9;
-        qint32 bestOffset = 0;
-        qint32 bestLen = 0;
+    // The length of the match at the nearest offset. first is the first
+    // position of the pair's run, if it is still within reach.
+    Q_NEVER_INLINE qsizetype search(qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3, quint32 hash4,
+                                    Best& best)
+    {
+        const quint32* const bits = tables->bits;
+        OffsetRun* const runs = tables->runs;
+        HashChain& chain3 = tables->chains[0];
+        HashChain& chain4 = tables->chains[1];
+        const auto bitsAt = [&](qsizetype pos) { return bits[pos & BitsMask]; };
 
         const qsizetype cap = std::min<qsizetype>(MaxLength, i - skip); // no sequence may start before skip
         const qsizetype lowest = i - cap + 1;                // lowest position a sequence may cover
@@ -798,7 +822,7 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
         // The match length at an offset, at most cap, from what is known about
         // the offset and a comparison of what is not.
         const auto matchAt = [&](qsizetype offset) -> qsizetype {
-            OffsetRun& run = runs.get()[offset];
+            OffsetRun& run = runs[offset];
             const qsizetype stop = std::max(qsizetype(run.end) + 1, lowest);
             const qsizetype fresh = equalBackward(in, i, offset, i - stop + 1);
             if (fresh < i - stop + 1) {
@@ -829,165 +853,399 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
             for (qsizetype from = reached + 1; from <= len;) {
                 const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
                 const qsizetype to = std::min<qsizetype>(len, qsizetype(2) << band);
-                const quint64 floorBits = rec[i - to].bits;
-                const quint64 cost = floorBits + quint64(countBits(int(offset), int(to)));
-                if (cost < bestBits) {
+                const quint32 floorBits = bitsAt(i - to);
+                const quint32 cost = floorBits + quint32(countBits(int(offset), int(to)));
+                if (qint32(cost - best.bits) < 0) {
                     // The shortest length of the band that costs as little.
                     qsizetype lo = from;
                     qsizetype hi = to;
                     while (lo < hi) {
                         const qsizetype mid = lo + (hi - lo) / 2;
-                        if (rec[i - mid].bits == floorBits)
+                        if (bitsAt(i - mid) == floorBits)
                             hi = mid;
                         else
                             lo = mid + 1;
                     }
-                    bestBits = cost;
-                    bestOffset = qint32(offset);
-                    bestLen = qint32(lo);
+                    best = {cost, qint32(offset), qint32(lo)};
                 }
                 from = to + 1;
             }
             reached = len;
         };
 
-        const quint32 pair = quint32(in[i - 1]) << 8 | in[i];
-        const quint32 hash3 = i >= 2 ? chain3.hash(key3(in, i)) : 0;
-        const quint32 hash4 = i >= 3 ? chain4.hash(key4(in, i)) : 0;
-        const quint32 nearest = pairs.get()[pair];
-        qsizetype nearestLen = 0;
-        if (nearest != 0 && i - qsizetype(nearest) <= MaxOffset && cap >= 2) {
-            nearestLen = matchAt(i - qsizetype(nearest));
-            offer(i - qsizetype(nearest), nearestLen);
+        const qsizetype nearestLen = matchAt(i - nearest);
+        offer(i - nearest, nearestLen);
 
-            HashChain* chain = reached >= 3 ? &chain4 : &chain3;
-            quint32 c = chain->heads[reached >= 3 ? hash4 : hash3];
-            while (c >= nearest) // nearest itself, or nearer positions that only hash alike
-                c = chain->next[c & WindowMask];
-            while (c != 0 && reached < cap) {
-                const qsizetype offset = i - qsizetype(c);
-                if (offset > MaxOffset)
-                    break;
-                if (chain == &chain3 && reached >= 3) {
-                    // From here on only 4-byte matches count: go on along their
-                    // chain, from the first entry not yet passed.
-                    chain = &chain4;
-                    quint32 d = chain4.heads[hash4];
-                    while (d > c)
-                        d = chain4.next[d & WindowMask];
-                    c = d;
-                    continue;
-                }
-                quint32 next = chain->next[c & WindowMask];
+        HashChain* chain = reached >= 3 ? &chain4 : &chain3;
+        quint32 c = chain->heads[reached >= 3 ? hash4 : hash3];
+        while (c >= quint32(nearest)) // nearest itself, or nearer positions that only hash alike
+            c = chain->next[c & WindowMask];
+        while (c != 0 && reached < cap) {
+            const qsizetype offset = i - qsizetype(c);
+            if (offset > MaxOffset)
+                break;
+            if (chain == &chain3 && reached >= 3) {
+                // From here on only 4-byte matches count: go on along their
+                // chain, from the first entry not yet passed.
+                chain = &chain4;
+                quint32 d = chain4.heads[hash4];
+                while (d > c)
+                    d = chain4.next[d & WindowMask];
+                c = d;
+                continue;
+            }
+            quint32 next = chain->next[c & WindowMask];
 
-                // Only a match longer than `reached` counts, and that needs this
-                // byte to match first.
-                const qsizetype x = i - reached;
-                if (x >= offset && in[x] == in[x - offset]) {
-                    const qsizetype len = matchAt(offset);
-                    if (len > reached)
-                        offer(offset, len);
-                }
+            // Only a match longer than `reached` counts, and that needs this
+            // byte to match first.
+            const qsizetype x = i - reached;
+            if (x >= offset && in[x] == in[x - offset]) {
+                const qsizetype len = matchAt(offset);
+                if (len > reached)
+                    offer(offset, len);
+            }
 
-                // c stands in a stretch: the entries c - period, c - 2 * period,
-                // ... down to b, with the bytes from b - period + 1 to c
-                // repeating with that period. Against i, whose own bytes repeat
-                // with the period for `here` positions, each of these entries
-                // matches as far as the shorter of the two periodic depths, plus
-                // one period, unless both depths are equal. Those matches only
-                // fall as the entries go deeper, so none of them beats c, except
-                // the one entry whose depth equals `here`.
-                const quint32 b = chain->base[c & WindowMask];
-                if (b != c && reached < cap) {
-                    const qsizetype period = qsizetype(c) - qsizetype(next);
-                    const qsizetype here = matchAt(period);
-                    if (here < cap) {
-                        const qsizetype deeper = equalBackward(in, b, period, here + 1);
-                        next = i - qsizetype(b) <= MaxOffset ? chain->next[b & WindowMask] : 0;
-                        if (deeper <= here) {
-                            const qsizetype gap = qsizetype(c - b) + deeper - here;
-                            if (gap > 0 && (period == 1 || gap % period == 0))
-                                next = quint32(qsizetype(c) - gap);
-                        }
+            // c stands in a stretch: the entries c - period, c - 2 * period,
+            // ... down to b, with the bytes from b - period + 1 to c
+            // repeating with that period. Against i, whose own bytes repeat
+            // with the period for `here` positions, each of these entries
+            // matches as far as the shorter of the two periodic depths, plus
+            // one period, unless both depths are equal. Those matches only
+            // fall as the entries go deeper, so none of them beats c, except
+            // the one entry whose depth equals `here`.
+            const quint32 b = chain->base[c & WindowMask];
+            if (b != c && reached < cap) {
+                const qsizetype period = qsizetype(c) - qsizetype(next);
+                const qsizetype here = matchAt(period);
+                if (here < cap) {
+                    const qsizetype deeper = equalBackward(in, b, period, here + 1);
+                    next = i - qsizetype(b) <= MaxOffset ? chain->next[b & WindowMask] : 0;
+                    if (deeper <= here) {
+                        const qsizetype gap = qsizetype(c - b) + deeper - here;
+                        if (gap > 0 && (period == 1 || gap % period == 0))
+                            next = quint32(qsizetype(c) - gap);
                     }
                 }
-                c = next;
             }
+            c = next;
         }
 
-        optimal.append(TWCompOptimal{bestBits, bestOffset, bestLen});
+        // The first of the run is in no chain: it is the oldest candidate.
+        const qsizetype offset = i - first;
+        const qsizetype x = i - reached;
+        if (first < nearest && offset <= MaxOffset && reached < cap && x >= offset && in[x] == in[x - offset]) {
+            const qsizetype len = matchAt(offset);
+            if (len > reached)
+                offer(offset, len);
+        }
+        return nearestLen;
+    }
+};
 
+/*
+ * The search. For each encoded position, from skip on, it hands the sink the
+ * fewest bits up to and including it and the sequence that ends there (an
+ * offset and length of 0 for a literal), in order. Answers the fewest bits of
+ * the whole input, or 0 when its tables cannot be allocated.
+ */
+template <class Sink>
+quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink)
+{
+    std::unique_ptr<SearchTables, FreeDeleter> tables(static_cast<SearchTables*>(std::calloc(1, sizeof(SearchTables))));
+    if (!tables)
+        return 0;
+    quint32* const pairs = tables->pairs;
+    quint32* const bits = tables->bits;
+    HashChain& chain3 = tables->chains[0];
+    HashChain& chain4 = tables->chains[1];
+    Candidates candidates{in, skip, tables.get()};
+
+    // The latest earlier position that ends the pair that ends at i, if it
+    // lies within reach, else 0. The table keeps positions modulo 2^16; the
+    // one it names is the latest for certain when it holds the pair, since
+    // every later occurrence would have been entered.
+    const auto nearestOf = [&](qsizetype i, quint32 entry) -> qsizetype {
+        const quint32 distance = (quint32(i) - entry) & 0xFFFF;
+        if (distance - 1 >= quint32(MaxOffset) || qsizetype(distance) >= i)
+            return 0;
+        const qsizetype c = i - qsizetype(distance);
+        return qFromUnaligned<quint16>(in + c - 1) == qFromUnaligned<quint16>(in + i - 1) ? c : 0;
+    };
+
+    // The first byte is always a literal.
+    quint32 previousBits = 8;
+    bits[skip & BitsMask] = previousBits;
+    quint64 total = previousBits; // the same, in full
+    sink.put(skip, total, 0, 0);
+
+    // The skipped bytes only feed the tables; the older ones lie out of reach.
+    for (qsizetype i = std::max<qsizetype>(1, skip - MaxOffset); i <= skip; ++i) {
+        const quint32 pair = quint32(in[i - 1]) << 8 | in[i];
+        const qsizetype nearest = nearestOf(i, pairs[pair]);
+        if (nearest == 0) {
+            pairs[pair] = quint32(i & 0xFFFF) * 0x10001;
+            continue;
+        }
+        pairs[pair] = (pairs[pair] & 0xFFFF0000) | quint32(i & 0xFFFF);
+        chain3.insert(i, HashChain::hash(key3(in, i)), false, quint32(nearest));
+        if (i >= 3)
+            chain4.insert(i, HashChain::hash(key4(in, i)), false, quint32(nearest));
+    }
+
+    quint32 pair = in[skip];
+    for (qsizetype i = skip + 1; i < size; ++i) {
+        // Literals, as long as no pair ran on: a loop of its own, for data
+        // that does not compress.
+        quint32 entry;
+        qsizetype nearest;
+        for (;;) {
+            pair = (pair << 8 | in[i]) & 0xFFFF;
+            entry = pairs[pair];
+            nearest = nearestOf(i, entry);
+            if (nearest != 0)
+                break;
+            // The pair starts a run here.
+            pairs[pair] = quint32(i & 0xFFFF) * 0x10001;
+            previousBits += 9;
+            total += 9;
+            bits[i & BitsMask] = previousBits;
+            sink.put(i, total, 0, 0);
+            if (++i == size)
+                return total;
+        }
+
+        pairs[pair] = (entry & 0xFFFF0000) | quint32(i & 0xFFFF);
+        const quint32 hash3 = HashChain::hash(key3(in, i));
+        const quint32 hash4 = i >= 3 ? HashChain::hash(key4(in, i)) : 0;
+        Candidates::Best best{previousBits + 9, 0, 0}; // a literal, unless a sequence is cheaper
         // The bytes from nearest + 1 to i repeat those (i - nearest) earlier:
         // i may continue the stretch of nearest.
-        const bool periodic = nearestLen >= i - qsizetype(nearest);
-        pairs.get()[pair] = quint32(i);
-        if (i >= 2)
-            chain3.insert(i, hash3, periodic, nearest);
+        bool periodic = false;
+        if (i - skip >= 2) {
+            const qsizetype first = unwrap(i, entry >> 16);
+            periodic = candidates.search(i, nearest, first, hash3, hash4, best) >= i - nearest;
+        }
+        chain3.insert(i, hash3, periodic, quint32(nearest));
         if (i >= 3)
-            chain4.insert(i, hash4, periodic, nearest);
+            chain4.insert(i, hash4, periodic, quint32(nearest));
+
+        bits[i & BitsMask] = best.bits;
+        total += quint64(qint64(qint32(best.bits - previousBits)));
+        previousBits = best.bits;
+        sink.put(i, total, best.offset, best.len);
     }
-    return optimal;
+    return total;
 }
 
+} // namespace
+
+QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
+{
+    const qsizetype size = input.size();
+    if (size == 0 || qint64(size) > MaxInput || skip < 0 || skip >= size)
+        return QList<TWCompOptimal>();
+    struct Records
+    {
+        TWCompOptimal* rec;
+        void put(qsizetype i, quint64 bits, qint32 offset, qint32 len) { rec[i] = {bits, offset, len}; }
+    };
+    try {
+        QList<TWCompOptimal> optimal(size); // the skipped bytes keep empty records
+        if (optimal.size() != size)
+            return QList<TWCompOptimal>();
+        Records records{optimal.data()};
+        if (optimalParse(reinterpret_cast<const uchar*>(input.constData()), size, skip, records) == 0)
+            return QList<TWCompOptimal>();
+        return optimal;
+    } catch (const std::bad_alloc&) {
+        return QList<TWCompOptimal>();
+    }
+}
+
+namespace {
+
+/*
+ * The writer of a stream into room of a size known in advance. A token
+ * writes at most 6 bytes; the callers check for room before each.
+ */
+struct StreamWriter
+{
+    uchar* out;
+    qsizetype n = 0;
+    uchar* flags = nullptr; // the flag byte being filled
+    int mask = 0;           // its next free bit; 0 when none is open
+
+    void bit(int value)
+    {
+        if (mask == 0) {
+            flags = out + n++;
+            *flags = 0;
+            mask = 128;
+        }
+        if (value)
+            *flags = uchar(*flags | mask);
+        mask >>= 1;
+    }
+
+    // Literals: their flag bits are 0, so each flag byte is followed by as
+    // many of them as it has bits left. Writes count + count / 8 + 1 bytes at most.
+    void literals(const uchar* data, qsizetype count)
+    {
+        while (count > 0) {
+            if (mask == 0) {
+                flags = out + n++;
+                *flags = 0;
+                mask = 128;
+            }
+            const qsizetype chunk = std::min<qsizetype>(count, qCountTrailingZeroBits(quint32(mask)) + 1);
+            std::memcpy(out + n, data, size_t(chunk));
+            n += chunk;
+            data += chunk;
+            count -= chunk;
+            mask >>= chunk;
+        }
+    }
+
+    void sequence(int offset, int len)
+    {
+        bit(1);
+        const int top = 31 - int(qCountLeadingZeroBits(quint32(len - 1)));
+        for (int k = 0; k < top; ++k)
+            bit(0);
+        for (int k = top; k >= 0; --k)
+            bit((len - 1) >> k & 1);
+        const int o = offset - 1;
+        if (o < 128) {
+            out[n++] = uchar(o);
+        } else {
+            out[n++] = uchar(((o - 128) & 127) | 128);
+            for (int k = 10; k >= 7; --k)
+                bit((o - 128) >> k & 1);
+        }
+    }
+
+    // A sequence flag and a gamma code with sixteen leading zeros: 3 bytes at most.
+    void endMarker()
+    {
+        bit(1);
+        for (int k = 0; k < 16; ++k)
+            bit(0);
+        bit(1);
+    }
+};
+
+} // namespace
+
+/*
+ * compress does not keep the parse as TWCompOptimal records, only what the
+ * stream needs: a bit for each input byte that says whether a sequence ends
+ * there, and a word for each such sequence, in order, with the length less 1
+ * above the low 12 bits and the offset less 1 in them. Where data does not
+ * compress, the search then writes next to nothing.
+ *
+ * A walk back from the end finds the tokens of the cheapest parse: from a
+ * position, the literals run down to the nearest sequence end at or below it,
+ * and that sequence leads on to the byte before its first. The walk marks
+ * the words of the sequences it takes and clears the bits of those it passes
+ * over, so that the stream can then be written front to back.
+ */
 QByteArray TWZX7::compress(const QByteArray& input, long skip)
 {
     const qsizetype size = input.size();
     if (size == 0 || qint64(size) > MaxInput || skip < 0 || skip >= size)
         return QByteArray();
+    constexpr quint32 Taken = 0x80000000; // above the 28 bits of a word
+    struct Tokens
+    {
+        quint64* ends;
+        quint32* words;
+        qsizetype count;
+        void put(qsizetype i, quint64 /*bits*/, qint32 offset, qint32 len)
+        {
+            if (len == 0)
+                return;
+            ends[i >> 6] |= quint64(1) << (i & 63);
+            words[count++] = quint32(len - 1) << 12 | quint32(offset - 1);
+        }
+    };
     try {
-        QList<TWCompOptimal> optimal = _optimize(input, skip);
-        if (optimal.size() != size)
+        const uchar* in = reinterpret_cast<const uchar*>(input.constData());
+        const qsizetype endWords = (size + 63) / 64;
+        std::unique_ptr<quint64[], FreeDeleter> endBits(static_cast<quint64*>(std::calloc(size_t(endWords), sizeof(quint64))));
+        std::unique_ptr<quint32[], FreeDeleter> words(static_cast<quint32*>(std::malloc(size_t(size - skip) * sizeof(quint32))));
+        if (!endBits || !words)
             return QByteArray();
-        TWCompOptimal* rec = optimal.data();
-        const qsizetype last = size - 1;
+        Tokens tokens{endBits.get(), words.get(), 0};
+        const quint64 bits = optimalParse(in, size, skip, tokens);
+        if (bits == 0)
+            return QByteArray();
+        quint64* const ends = endBits.get();
+        quint32* const word = words.get();
+
+        // The walk back. `count` is the number of set bits at or below pos,
+        // so the word of the highest of them is word[count - 1].
+        qsizetype count = tokens.count;
+        for (qsizetype pos = size - 1; pos > skip && count > 0;) {
+            qsizetype w = pos >> 6;
+            quint64 m = ends[w] & (~quint64(0) >> (63 - (pos & 63)));
+            while (m == 0)
+                m = ends[--w]; // count > 0: a set bit lies below
+            const qsizetype end = w * 64 + 63 - qsizetype(qCountLeadingZeroBits(m));
+            word[count - 1] |= Taken;
+            const qsizetype first = end - qsizetype((word[count - 1] >> 12) & 0xFFFF);
+            // The ends from first to end - 1 are passed over: clear them.
+            count -= 1;
+            for (qsizetype q = first; q < end;) {
+                const qsizetype qw = q >> 6;
+                const qsizetype top = std::min<qsizetype>(end - 1, qw * 64 + 63);
+                const quint64 range = (~quint64(0) << (q & 63)) & (~quint64(0) >> (63 - (top & 63)));
+                count -= qPopulationCount(ends[qw] & range);
+                ends[qw] &= ~range;
+                q = top + 1;
+            }
+            pos = first - 1;
+        }
 
         // 18 bits of end marker, 7 to round up: the exact size of the stream.
-        QByteArray output;
-        output.reserve(qsizetype((rec[last].bits + 25) / 8));
+        // The checks before each token only guard against a parse whose cost
+        // were wrong, which would show as an empty result; Spare lets them be
+        // simple.
+        const qsizetype streamSize = qsizetype((bits + 25) / 8);
+        constexpr qsizetype Spare = 8;
+        const qsizetype room = streamSize + Spare;
+        QByteArray output(room, Qt::Uninitialized);
+        if (output.size() != room)
+            return QByteArray();
+        StreamWriter writer{reinterpret_cast<uchar*>(output.data())};
+        const auto literals = [&](qsizetype from, qsizetype to) {
+            if (room - writer.n < (to - from) + (to - from) / 8 + 1)
+                return false;
+            writer.literals(in + from, to - from);
+            return true;
+        };
 
-        // Turn the parse into forward links, from skip to the last position.
-        rec[last].bits = 0;
-        for (qsizetype pos = last; pos > skip;) {
-            const qsizetype previous = pos - (rec[pos].len ? rec[pos].len : 1);
-            rec[previous].bits = quint64(pos);
-            pos = previous;
-        }
-
-        const uchar* in = reinterpret_cast<const uchar*>(input.constData());
-        long diff = long(skip - size);
-        long delta = 0;
-        quint64 bitIndex = 0;
-        int bitMask = 0;
-
-        writeByte(output, diff, in[skip]);
-        readRawBytes(1, diff, delta);
-        for (qsizetype pos = qsizetype(rec[skip].bits); pos != 0; pos = qsizetype(rec[pos].bits)) {
-            const TWCompOptimal& token = rec[pos];
-            if (token.len == 0) {
-                writeBit(output, diff, bitIndex, bitMask, 0);
-                writeByte(output, diff, in[pos]);
-                readRawBytes(1, diff, delta);
-                continue;
+        writer.out[writer.n++] = in[skip];
+        qsizetype pos = skip + 1;
+        qsizetype next = 0; // the word of the next sequence end
+        for (qsizetype w = (skip + 1) >> 6; w < endWords; ++w) {
+            for (quint64 m = ends[w]; m != 0; m &= m - 1) {
+                const qsizetype end = w * 64 + qsizetype(qCountTrailingZeroBits(m));
+                while (!(word[next] & Taken))
+                    ++next;
+                const quint32 token = word[next++];
+                const int len = int((token >> 12) & 0xFFFF) + 1;
+                if (!literals(pos, end - len + 1) || room - writer.n < 6)
+                    return QByteArray();
+                writer.sequence(int(token & 0xFFF) + 1, len);
+                pos = end + 1;
             }
-            writeBit(output, diff, bitIndex, bitMask, 1);
-            writeEliasGamma(output, diff, bitIndex, bitMask, token.len - 1);
-            int offset = token.offset - 1;
-            if (offset < 128) {
-                writeByte(output, diff, offset);
-            } else {
-                offset -= 128;
-                writeByte(output, diff, (offset & 127) | 128);
-                for (int mask = 0x400; mask > 0x40; mask >>= 1)
-                    writeBit(output, diff, bitIndex, bitMask, offset & mask);
-            }
-            readRawBytes(token.len, diff, delta);
         }
-
-        // End marker: a sequence flag and a gamma code with sixteen leading zeros.
-        writeBit(output, diff, bitIndex, bitMask, 1);
-        for (int k = 0; k < 16; ++k)
-            writeBit(output, diff, bitIndex, bitMask, 0);
-        writeBit(output, diff, bitIndex, bitMask, 1);
+        if (!literals(pos, size) || room - writer.n < 3)
+            return QByteArray();
+        writer.endMarker();
+        if (writer.n != streamSize)
+            return QByteArray();
+        output.resize(streamSize);
         return output;
     } catch (const std::bad_alloc&) {
         return QByteArray();
