@@ -1065,72 +1065,77 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
 namespace {
 
 /*
- * The writer of a stream into room of a size known in advance. A token
- * writes at most 6 bytes; the callers check for room before each.
+ * The writer of a stream into room of a size known in advance. The flag bits
+ * go into the open flag byte while it has room (`free` bits), and then into
+ * new flag bytes at the end of the output; bits that follow each other with
+ * no stream byte between them fill consecutive new flag bytes, so they are
+ * stored as one big-endian word. Every write may store up to 8 bytes past
+ * the end of what it writes, and the callers check for that room.
  */
 struct StreamWriter
 {
     uchar* out;
+    const uchar* inEnd;     // the end of the input, for reads of 8 bytes at once
     qsizetype n = 0;
-    uchar* flags = nullptr; // the flag byte being filled
-    int mask = 0;           // its next free bit; 0 when none is open
+    qsizetype flags = 0;    // the open flag byte; no flag byte is open at first
+    int free = 0;           // bits left in it
 
-    void bit(int value)
+    // The low k bits of value, the highest first; 0 <= k <= 32.
+    void bits(quint32 value, int k)
     {
-        if (mask == 0) {
-            flags = out + n++;
-            *flags = 0;
-            mask = 128;
-        }
-        if (value)
-            *flags = uchar(*flags | mask);
-        mask >>= 1;
+        const quint64 left = (quint64(value) << 32) << (32 - k); // the bits at the top
+        out[flags] = uchar(out[flags] | ((left >> 56) >> (8 - free)));
+        qToBigEndian<quint64>(left << free, out + n);
+        const int rest = k - free;
+        const int added = rest > 0 ? (rest + 7) >> 3 : 0;
+        flags = rest > 0 ? n + added - 1 : flags;
+        free = rest > 0 ? 8 * added - rest : free - k;
+        n += added;
     }
 
     // Literals: their flag bits are 0, so each flag byte is followed by as
-    // many of them as it has bits left. Writes count + count / 8 + 1 bytes at most.
+    // many of them as it had bits left.
     void literals(const uchar* data, qsizetype count)
     {
-        while (count > 0) {
-            if (mask == 0) {
-                flags = out + n++;
-                *flags = 0;
-                mask = 128;
-            }
-            const qsizetype chunk = std::min<qsizetype>(count, qCountTrailingZeroBits(quint32(mask)) + 1);
-            std::memcpy(out + n, data, size_t(chunk));
+        qsizetype chunk = std::min<qsizetype>(count, free);
+        for (;;) {
+            copy(data, chunk);
             n += chunk;
             data += chunk;
             count -= chunk;
-            mask >>= chunk;
+            free -= int(chunk);
+            if (count == 0)
+                return;
+            flags = n;
+            out[n++] = 0;
+            chunk = std::min<qsizetype>(count, 8);
+            free = 8;
         }
     }
 
     void sequence(int offset, int len)
     {
-        bit(1);
+        // The flag bit 1, then the gamma code of len - 1: as many zeros as
+        // len - 1 has bits behind its top one, then its bits.
         const int top = 31 - int(qCountLeadingZeroBits(quint32(len - 1)));
-        for (int k = 0; k < top; ++k)
-            bit(0);
-        for (int k = top; k >= 0; --k)
-            bit((len - 1) >> k & 1);
+        bits(quint32(1) << (2 * top + 1) | quint32(len - 1), 2 * top + 2);
         const int o = offset - 1;
-        if (o < 128) {
-            out[n++] = uchar(o);
-        } else {
-            out[n++] = uchar(((o - 128) & 127) | 128);
-            for (int k = 10; k >= 7; --k)
-                bit((o - 128) >> k & 1);
-        }
+        const int far = o >= 128;
+        out[n++] = uchar(far ? ((o - 128) & 127) | 128 : o);
+        bits(quint32(far ? (o - 128) >> 7 : 0), 4 * far);
     }
 
-    // A sequence flag and a gamma code with sixteen leading zeros: 3 bytes at most.
-    void endMarker()
+    // A sequence flag and a gamma code with sixteen leading zeros.
+    void endMarker() { bits(quint32(1) << 17 | 1, 18); }
+
+private:
+    // At most 8 bytes.
+    void copy(const uchar* data, qsizetype count)
     {
-        bit(1);
-        for (int k = 0; k < 16; ++k)
-            bit(0);
-        bit(1);
+        if (Q_LIKELY(inEnd - data >= 8))
+            std::memcpy(out + n, data, 8);
+        else
+            std::memcpy(out + n, data, size_t(count));
     }
 };
 
@@ -1154,7 +1159,6 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
     const qsizetype size = input.size();
     if (size == 0 || qint64(size) > MaxInput || skip < 0 || skip >= size)
         return QByteArray();
-    constexpr quint32 Taken = 0x80000000; // above the 28 bits of a word
     struct Tokens
     {
         quint64* ends;
@@ -1183,18 +1187,22 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
         quint32* const word = words.get();
 
         // The walk back. `count` is the number of set bits at or below pos,
-        // so the word of the highest of them is word[count - 1].
+        // so the word of the highest of them is word[count - 1]. The words of
+        // the sequences taken are gathered at the top of the list, in order:
+        // each goes to the highest place not yet filled, which lies at or
+        // above its own, so no word is overwritten before it is read.
         qsizetype count = tokens.count;
+        qsizetype taken = tokens.count;
         for (qsizetype pos = size - 1; pos > skip && count > 0;) {
             qsizetype w = pos >> 6;
             quint64 m = ends[w] & (~quint64(0) >> (63 - (pos & 63)));
             while (m == 0)
                 m = ends[--w]; // count > 0: a set bit lies below
             const qsizetype end = w * 64 + 63 - qsizetype(qCountLeadingZeroBits(m));
-            word[count - 1] |= Taken;
-            const qsizetype first = end - qsizetype((word[count - 1] >> 12) & 0xFFFF);
+            const quint32 token = word[--count];
+            word[--taken] = token;
+            const qsizetype first = end - qsizetype(token >> 12);
             // The ends from first to end - 1 are passed over: clear them.
-            count -= 1;
             for (qsizetype q = first; q < end;) {
                 const qsizetype qw = q >> 6;
                 const qsizetype top = std::min<qsizetype>(end - 1, qw * 64 + 63);
@@ -1211,14 +1219,14 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
         // were wrong, which would show as an empty result; Spare lets them be
         // simple.
         const qsizetype streamSize = qsizetype((bits + 25) / 8);
-        constexpr qsizetype Spare = 8;
+        constexpr qsizetype Spare = 16;
         const qsizetype room = streamSize + Spare;
         QByteArray output(room, Qt::Uninitialized);
         if (output.size() != room)
             return QByteArray();
-        StreamWriter writer{reinterpret_cast<uchar*>(output.data())};
+        StreamWriter writer{reinterpret_cast<uchar*>(output.data()), in + size};
         const auto literals = [&](qsizetype from, qsizetype to) {
-            if (room - writer.n < (to - from) + (to - from) / 8 + 1)
+            if (room - writer.n < (to - from) + (to - from) / 8 + 8)
                 return false;
             writer.literals(in + from, to - from);
             return true;
@@ -1226,21 +1234,19 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
 
         writer.out[writer.n++] = in[skip];
         qsizetype pos = skip + 1;
-        qsizetype next = 0; // the word of the next sequence end
+        const quint32* next = word + taken;
         for (qsizetype w = (skip + 1) >> 6; w < endWords; ++w) {
             for (quint64 m = ends[w]; m != 0; m &= m - 1) {
                 const qsizetype end = w * 64 + qsizetype(qCountTrailingZeroBits(m));
-                while (!(word[next] & Taken))
-                    ++next;
-                const quint32 token = word[next++];
-                const int len = int((token >> 12) & 0xFFFF) + 1;
-                if (!literals(pos, end - len + 1) || room - writer.n < 6)
+                const quint32 token = *next++;
+                const int len = int(token >> 12) + 1;
+                if (!literals(pos, end - len + 1) || room - writer.n < 16)
                     return QByteArray();
                 writer.sequence(int(token & 0xFFF) + 1, len);
                 pos = end + 1;
             }
         }
-        if (!literals(pos, size) || room - writer.n < 3)
+        if (!literals(pos, size) || room - writer.n < 16)
             return QByteArray();
         writer.endMarker();
         if (writer.n != streamSize)
