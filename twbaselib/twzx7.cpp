@@ -972,6 +972,26 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         return qFromUnaligned<quint16>(in + c - 1) == qFromUnaligned<quint16>(in + i - 1) ? c : 0;
     };
 
+    // Whether the nearest occurrence of the pair that ends at i matches just
+    // the two bytes, and no other in reach matches three: the commonest case
+    // where data compresses poorly, whose only sequence is thus known without
+    // the search. The walk tests every candidate here, with no stretches.
+    const auto onlyPair = [&](qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3) {
+        if (i - skip == 2 || nearest < 2)
+            return true; // no third byte to match
+        const uchar third = in[i - 2];
+        if (in[nearest - 2] == third)
+            return false;
+        quint32 c = chain3.heads[hash3];
+        while (c >= quint32(nearest))
+            c = chain3.next[c & WindowMask];
+        for (; c != 0 && i - qsizetype(c) <= MaxOffset; c = chain3.next[c & WindowMask]) {
+            if (in[c - 2] == third)
+                return false;
+        }
+        return !(first < nearest && i - first <= MaxOffset && first >= 2 && in[first - 2] == third);
+    };
+
     // The first byte is always a literal.
     quint32 previousBits = 8;
     bits[skip & BitsMask] = previousBits;
@@ -1023,7 +1043,15 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         bool periodic = false;
         if (i - skip >= 2) {
             const qsizetype first = unwrap(i, entry >> 16);
-            periodic = candidates.search(i, nearest, first, hash3, hash4, best) >= i - nearest;
+            if (onlyPair(i, nearest, first, hash3)) {
+                const qsizetype offset = i - nearest;
+                const quint32 cost = bits[(i - 2) & BitsMask] + quint32(countBits(int(offset), 2));
+                if (qint32(cost - best.bits) < 0)
+                    best = {cost, qint32(offset), 2};
+                periodic = offset <= 2;
+            } else {
+                periodic = candidates.search(i, nearest, first, hash3, hash4, best) >= i - nearest;
+            }
         }
         chain3.insert(i, hash3, periodic, quint32(nearest));
         if (i >= 3)
@@ -1086,10 +1114,13 @@ struct StreamWriter
         const quint64 left = (quint64(value) << 32) << (32 - k); // the bits at the top
         out[flags] = uchar(out[flags] | ((left >> 56) >> (8 - free)));
         qToBigEndian<quint64>(left << free, out + n);
+        // Bits beyond the open flag byte open new ones; no branch, as whether
+        // they do is as good as random.
         const int rest = k - free;
-        const int added = rest > 0 ? (rest + 7) >> 3 : 0;
-        flags = rest > 0 ? n + added - 1 : flags;
-        free = rest > 0 ? 8 * added - rest : free - k;
+        const int added = ((rest & ~(rest >> 31)) + 7) >> 3;
+        const qsizetype opened = -qsizetype(added != 0);
+        flags += (n + added - 1 - flags) & opened;
+        free = 8 * added - rest;
         n += added;
     }
 
@@ -1120,9 +1151,9 @@ struct StreamWriter
         const int top = 31 - int(qCountLeadingZeroBits(quint32(len - 1)));
         bits(quint32(1) << (2 * top + 1) | quint32(len - 1), 2 * top + 2);
         const int o = offset - 1;
-        const int far = o >= 128;
-        out[n++] = uchar(far ? ((o - 128) & 127) | 128 : o);
-        bits(quint32(far ? (o - 128) >> 7 : 0), 4 * far);
+        const int far = o >> 7 != 0;
+        out[n++] = uchar((o & 127) | far << 7);
+        bits(quint32((o - 128) >> 7) & quint32(-far), 4 * far);
     }
 
     // A sequence flag and a gamma code with sixteen leading zeros.
