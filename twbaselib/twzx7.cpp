@@ -469,6 +469,15 @@ struct HashChain
     }
 };
 
+// Set bits in a word, without relying on an instruction for it.
+inline int popCount(quint64 v)
+{
+    v -= (v >> 1) & 0x5555555555555555;
+    v = (v & 0x3333333333333333) + ((v >> 2) & 0x3333333333333333);
+    v = (v + (v >> 4)) & 0x0F0F0F0F0F0F0F0F;
+    return int((v * 0x0101010101010101) >> 56);
+}
+
 struct FreeDeleter
 {
     void operator()(void* p) const { std::free(p); }
@@ -791,18 +800,53 @@ inline qsizetype unwrap(qsizetype i, quint32 p)
  * This is the rarer case where data compresses badly, so it stands apart from
  * the loop over the positions, which stays small.
  */
+// The cheapest choice so far for one position.
+struct Best
+{
+    quint32 bits;
+    qint32 offset;
+    qint32 len;
+};
+
+/*
+ * Costs the lengths from `from` to `to` at one offset for a sequence that ends
+ * at i, against the fewest bits before each length. The cost is bits[i - len]
+ * plus a part that depends only on the offset and on the gamma band of
+ * len - 1 (lengths 2, 3-4, 5-8, ..., 32769-65536); the fewest bits up to a
+ * position never drop as the position grows, so in each band the longest
+ * length is the cheapest, and the first length that costs as little is found
+ * by bisection.
+ */
+inline void offerLengths(const quint32* bits, qsizetype i, qsizetype offset, qsizetype from, qsizetype to, Best& best)
+{
+    const auto bitsAt = [&](qsizetype pos) { return bits[pos & BitsMask]; };
+    while (from <= to) {
+        const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
+        const qsizetype last = std::min<qsizetype>(to, qsizetype(2) << band);
+        const quint32 floorBits = bitsAt(i - last);
+        const quint32 cost = floorBits + quint32(countBits(int(offset), int(last)));
+        if (qint32(cost - best.bits) < 0) {
+            // The shortest length of the band that costs as little.
+            qsizetype lo = from;
+            qsizetype hi = last;
+            while (lo < hi) {
+                const qsizetype mid = lo + (hi - lo) / 2;
+                if (bitsAt(i - mid) == floorBits)
+                    hi = mid;
+                else
+                    lo = mid + 1;
+            }
+            best = {cost, qint32(offset), qint32(lo)};
+        }
+        from = last + 1;
+    }
+}
+
 struct Candidates
 {
     const uchar* in;
     qsizetype skip;
     SearchTables* tables;
-
-    struct Best
-    {
-        quint32 bits;
-        qint32 offset;
-        qint32 len;
-    };
 
     // The length of the match at the nearest offset. first is the first
     // position of the pair's run, if it is still within reach.
@@ -813,7 +857,6 @@ struct Candidates
         OffsetRun* const runs = tables->runs;
         HashChain& chain3 = tables->chains[0];
         HashChain& chain4 = tables->chains[1];
-        const auto bitsAt = [&](qsizetype pos) { return bits[pos & BitsMask]; };
 
         const qsizetype cap = std::min<qsizetype>(MaxLength, i - skip); // no sequence may start before skip
         const qsizetype lowest = i - cap + 1;                // lowest position a sequence may cover
@@ -850,26 +893,7 @@ struct Candidates
 
         // Costs the lengths from reached + 1 to len at this offset.
         const auto offer = [&](qsizetype offset, qsizetype len) {
-            for (qsizetype from = reached + 1; from <= len;) {
-                const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
-                const qsizetype to = std::min<qsizetype>(len, qsizetype(2) << band);
-                const quint32 floorBits = bitsAt(i - to);
-                const quint32 cost = floorBits + quint32(countBits(int(offset), int(to)));
-                if (qint32(cost - best.bits) < 0) {
-                    // The shortest length of the band that costs as little.
-                    qsizetype lo = from;
-                    qsizetype hi = to;
-                    while (lo < hi) {
-                        const qsizetype mid = lo + (hi - lo) / 2;
-                        if (bitsAt(i - mid) == floorBits)
-                            hi = mid;
-                        else
-                            lo = mid + 1;
-                    }
-                    best = {cost, qint32(offset), qint32(lo)};
-                }
-                from = to + 1;
-            }
+            offerLengths(bits, i, offset, reached + 1, len, best);
             reached = len;
         };
 
@@ -972,24 +996,43 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         return qFromUnaligned<quint16>(in + c - 1) == qFromUnaligned<quint16>(in + i - 1) ? c : 0;
     };
 
-    // Whether the nearest occurrence of the pair that ends at i matches just
-    // the two bytes, and no other in reach matches three: the commonest case
-    // where data compresses poorly, whose only sequence is thus known without
-    // the search. The walk tests every candidate here, with no stretches.
-    const auto onlyPair = [&](qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3) {
-        if (i - skip == 2 || nearest < 2)
-            return true; // no third byte to match
-        const uchar third = in[i - 2];
-        if (in[nearest - 2] == third)
-            return false;
-        quint32 c = chain3.heads[hash3];
-        while (c >= quint32(nearest))
-            c = chain3.next[c & WindowMask];
-        for (; c != 0 && i - qsizetype(c) <= MaxOffset; c = chain3.next[c & WindowMask]) {
-            if (in[c - 2] == third)
-                return false;
+    // The commonest case where data compresses poorly: the nearest occurrence
+    // of the pair matches a few bytes, and no other candidate in reach matches
+    // more. The match at the nearest offset then gives the only sequences, and
+    // this tells so without the search: a few steps along the chain that
+    // holds every candidate that could match more, each tested at the one
+    // byte it would need, and the run's first occurrence. Answers the
+    // nearest match's length, or 0 when the search has to decide.
+    const auto shortMatch = [&](qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3, quint32 hash4,
+                                Best& best) -> qsizetype {
+        if (nearest < 7)
+            return 0;
+        const quint64 diff = qFromUnaligned<quint64>(in + i - 7) ^ qFromUnaligned<quint64>(in + nearest - 7);
+        if (diff == 0)
+            return 0;
+        const qsizetype cap = std::min<qsizetype>(MaxLength, i - skip);
+        const qsizetype len = std::min<qsizetype>(qCountLeadingZeroBits(diff) >> 3, cap);
+        if (len < cap) {
+            const uchar next = in[i - len];
+            const HashChain& chain = len == 2 ? chain3 : chain4;
+            quint32 c = chain.heads[len == 2 ? hash3 : hash4];
+            while (c >= quint32(nearest))
+                c = chain.next[c & WindowMask];
+            for (int steps = 0; c != 0 && i - qsizetype(c) <= MaxOffset; c = chain.next[c & WindowMask]) {
+                if (++steps > 8 || (qsizetype(c) >= len && in[c - len] == next))
+                    return 0;
+            }
+            if (first < nearest && i - first <= MaxOffset && first >= len && in[first - len] == next)
+                return 0;
         }
-        return !(first < nearest && i - first <= MaxOffset && first >= 2 && in[first - 2] == third);
+        if (len == 2) {
+            const quint32 cost = bits[(i - 2) & BitsMask] + quint32(countBits(int(i - nearest), 2));
+            if (qint32(cost - best.bits) < 0)
+                best = {cost, qint32(i - nearest), 2};
+        } else {
+            offerLengths(bits, i, i - nearest, 2, len, best);
+        }
+        return len;
     };
 
     // The first byte is always a literal.
@@ -1037,21 +1080,16 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         pairs[pair] = (entry & 0xFFFF0000) | quint32(i & 0xFFFF);
         const quint32 hash3 = HashChain::hash(key3(in, i));
         const quint32 hash4 = i >= 3 ? HashChain::hash(key4(in, i)) : 0;
-        Candidates::Best best{previousBits + 9, 0, 0}; // a literal, unless a sequence is cheaper
+        Best best{previousBits + 9, 0, 0}; // a literal, unless a sequence is cheaper
         // The bytes from nearest + 1 to i repeat those (i - nearest) earlier:
         // i may continue the stretch of nearest.
         bool periodic = false;
         if (i - skip >= 2) {
             const qsizetype first = unwrap(i, entry >> 16);
-            if (onlyPair(i, nearest, first, hash3)) {
-                const qsizetype offset = i - nearest;
-                const quint32 cost = bits[(i - 2) & BitsMask] + quint32(countBits(int(offset), 2));
-                if (qint32(cost - best.bits) < 0)
-                    best = {cost, qint32(offset), 2};
-                periodic = offset <= 2;
-            } else {
-                periodic = candidates.search(i, nearest, first, hash3, hash4, best) >= i - nearest;
-            }
+            qsizetype nearestLen = shortMatch(i, nearest, first, hash3, hash4, best);
+            if (nearestLen == 0)
+                nearestLen = candidates.search(i, nearest, first, hash3, hash4, best);
+            periodic = nearestLen >= i - nearest;
         }
         chain3.insert(i, hash3, periodic, quint32(nearest));
         if (i >= 3)
@@ -1217,32 +1255,43 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
         quint64* const ends = endBits.get();
         quint32* const word = words.get();
 
-        // The walk back. `count` is the number of set bits at or below pos,
-        // so the word of the highest of them is word[count - 1]. The words of
+        // The walk back. `count` is the number of set bits at or below the
+        // position reached, so the word of the highest of them is
+        // word[count - 1]; `m` holds those of them in word w. The words of
         // the sequences taken are gathered at the top of the list, in order:
         // each goes to the highest place not yet filled, which lies at or
         // above its own, so no word is overwritten before it is read.
         qsizetype count = tokens.count;
         qsizetype taken = tokens.count;
-        for (qsizetype pos = size - 1; pos > skip && count > 0;) {
-            qsizetype w = pos >> 6;
-            quint64 m = ends[w] & (~quint64(0) >> (63 - (pos & 63)));
+        qsizetype w = (size - 1) >> 6;
+        quint64 m = ends[w];
+        while (count > 0) {
             while (m == 0)
                 m = ends[--w]; // count > 0: a set bit lies below
-            const qsizetype end = w * 64 + 63 - qsizetype(qCountLeadingZeroBits(m));
+            const int top = 63 - int(qCountLeadingZeroBits(m));
             const quint32 token = word[--count];
             word[--taken] = token;
-            const qsizetype first = end - qsizetype(token >> 12);
-            // The ends from first to end - 1 are passed over: clear them.
-            for (qsizetype q = first; q < end;) {
-                const qsizetype qw = q >> 6;
-                const qsizetype top = std::min<qsizetype>(end - 1, qw * 64 + 63);
-                const quint64 range = (~quint64(0) << (q & 63)) & (~quint64(0) >> (63 - (top & 63)));
-                count -= qPopulationCount(ends[qw] & range);
-                ends[qw] &= ~range;
-                q = top + 1;
+            // The ends from the sequence's first byte up to its last are
+            // passed over: clear them.
+            const qsizetype first = w * 64 + top - qsizetype(token >> 12);
+            quint64 passed = m & ((quint64(1) << top) - 1);
+            if (first >= w * 64) {
+                const quint64 below = (quint64(1) << (first - w * 64)) - 1;
+                passed &= ~below;
+                m &= below;
+            } else {
+                for (ends[w] &= ~passed; --w > first >> 6;) {
+                    count -= popCount(passed);
+                    passed = ends[w];
+                    ends[w] = 0;
+                }
+                count -= popCount(passed);
+                const quint64 below = (quint64(1) << (first & 63)) - 1;
+                passed = ends[w] & ~below;
+                m = ends[w] & below;
             }
-            pos = first - 1;
+            count -= popCount(passed);
+            ends[w] &= ~passed;
         }
 
         // 18 bits of end marker, 7 to round up: the exact size of the stream.
