@@ -800,47 +800,76 @@ inline qsizetype unwrap(qsizetype i, quint32 p)
  * This is the rarer case where data compresses badly, so it stands apart from
  * the loop over the positions, which stays small.
  */
-// The cheapest choice so far for one position.
+/*
+ * The cheapest choice so far for one position: a literal (offset 0), or a
+ * sequence at `offset` whose cost is that of its lengths from `from` to
+ * `last`. The cost of a length is bits[i - len] plus a part that depends only
+ * on the offset and on the gamma band of len - 1 (lengths 2, 3-4, 5-8, ...,
+ * 32769-65536); the fewest bits up to a position never drop as the position
+ * grows, so in each band the longest length is the cheapest. Which length of
+ * the band is the shortest that costs as little is only worked out for the
+ * choice that stays, by length().
+ */
 struct Best
 {
     quint32 bits;
     qint32 offset;
-    qint32 len;
-};
+    qint32 from;
+    qint32 last;
 
-/*
- * Costs the lengths from `from` to `to` at one offset for a sequence that ends
- * at i, against the fewest bits before each length. The cost is bits[i - len]
- * plus a part that depends only on the offset and on the gamma band of
- * len - 1 (lengths 2, 3-4, 5-8, ..., 32769-65536); the fewest bits up to a
- * position never drop as the position grows, so in each band the longest
- * length is the cheapest, and the first length that costs as little is found
- * by bisection.
- */
-inline void offerLengths(const quint32* bits, qsizetype i, qsizetype offset, qsizetype from, qsizetype to, Best& best)
-{
-    const auto bitsAt = [&](qsizetype pos) { return bits[pos & BitsMask]; };
-    while (from <= to) {
+    // Costs the lengths from `from` to `to` at one offset for a sequence that
+    // ends at i. A length replaces the choice only when strictly cheaper.
+    void offer(const quint32* fewest, qsizetype i, qsizetype offset, qsizetype from, qsizetype to)
+    {
+        if (from > to)
+            return;
+        // The band of from - 1, its last length, and the bits of the sequence
+        // but for bits[i - len]: the flag, the offset and the gamma code.
         const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
-        const qsizetype last = std::min<qsizetype>(to, qsizetype(2) << band);
-        const quint32 floorBits = bitsAt(i - last);
-        const quint32 cost = floorBits + quint32(countBits(int(offset), int(last)));
-        if (qint32(cost - best.bits) < 0) {
-            // The shortest length of the band that costs as little.
-            qsizetype lo = from;
-            qsizetype hi = last;
-            while (lo < hi) {
-                const qsizetype mid = lo + (hi - lo) / 2;
-                if (bitsAt(i - mid) == floorBits)
-                    hi = mid;
-                else
-                    lo = mid + 1;
-            }
-            best = {cost, qint32(offset), qint32(lo)};
+        qsizetype top = qsizetype(2) << band;
+        quint32 fixed = quint32(countBits(int(offset), int(from)));
+        for (;;) {
+            const qsizetype end = std::min(to, top);
+            take(fewest[(i - end) & BitsMask] + fixed, offset, from, end);
+            if (end == to)
+                return;
+            from = end + 1;
+            top *= 2;
+            fixed += 2;
         }
-        from = last + 1;
     }
-}
+
+    // Whether one is cheaper or not is as good as random: no branch.
+    void take(quint32 cost, qsizetype offset, qsizetype from, qsizetype end)
+    {
+        const quint32 cheaper = quint32(qint32(cost - bits) >> 31); // all ones or none
+        bits ^= (bits ^ cost) & cheaper;
+        this->offset ^= (this->offset ^ qint32(offset)) & qint32(cheaper);
+        this->from ^= (this->from ^ qint32(from)) & qint32(cheaper);
+        last ^= (last ^ qint32(end)) & qint32(cheaper);
+    }
+
+    // The length of the sequence chosen: the shortest of its band whose
+    // fewest bits before it are as few as those before the longest. Those
+    // bits only fall as the length grows, so the equal ones come last.
+    qint32 length(const quint32* fewest, qsizetype i) const
+    {
+        const quint32 floor = fewest[(i - last) & BitsMask];
+        qint32 lo = from;
+        qint32 hi = last;
+        while (hi - lo > 4) {
+            const qint32 mid = lo + (hi - lo) / 2;
+            if (fewest[(i - mid) & BitsMask] == floor)
+                hi = mid;
+            else
+                lo = mid + 1;
+        }
+        qint32 len = hi;
+        for (qint32 k = lo; k < hi; ++k)
+            len -= fewest[(i - k) & BitsMask] == floor;
+        return len;
+    }
+};
 
 struct Candidates
 {
@@ -893,7 +922,7 @@ struct Candidates
 
         // Costs the lengths from reached + 1 to len at this offset.
         const auto offer = [&](qsizetype offset, qsizetype len) {
-            offerLengths(bits, i, offset, reached + 1, len, best);
+            best.offer(bits, i, offset, reached + 1, len);
             reached = len;
         };
 
@@ -1025,13 +1054,10 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
             if (first < nearest && i - first <= MaxOffset && first >= len && in[first - len] == next)
                 return 0;
         }
-        if (len == 2) {
-            const quint32 cost = bits[(i - 2) & BitsMask] + quint32(countBits(int(i - nearest), 2));
-            if (qint32(cost - best.bits) < 0)
-                best = {cost, qint32(i - nearest), 2};
-        } else {
-            offerLengths(bits, i, i - nearest, 2, len, best);
-        }
+        if (len == 2)
+            best.take(bits[(i - 2) & BitsMask] + quint32(countBits(int(i - nearest), 2)), i - nearest, 2, 2);
+        else
+            best.offer(bits, i, i - nearest, 2, len);
         return len;
     };
 
@@ -1080,7 +1106,7 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         pairs[pair] = (entry & 0xFFFF0000) | quint32(i & 0xFFFF);
         const quint32 hash3 = HashChain::hash(key3(in, i));
         const quint32 hash4 = i >= 3 ? HashChain::hash(key4(in, i)) : 0;
-        Best best{previousBits + 9, 0, 0}; // a literal, unless a sequence is cheaper
+        Best best{previousBits + 9, 0, 0, 0}; // a literal, unless a sequence is cheaper
         // The bytes from nearest + 1 to i repeat those (i - nearest) earlier:
         // i may continue the stretch of nearest.
         bool periodic = false;
@@ -1095,10 +1121,11 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         if (i >= 3)
             chain4.insert(i, hash4, periodic, quint32(nearest));
 
+        const qint32 len = best.offset ? best.length(bits, i) : 0;
         bits[i & BitsMask] = best.bits;
         total += quint64(qint64(qint32(best.bits - previousBits)));
         previousBits = best.bits;
-        sink.put(i, total, best.offset, best.len);
+        sink.put(i, total, best.offset, len);
     }
     return total;
 }
