@@ -801,21 +801,19 @@ inline qsizetype unwrap(qsizetype i, quint32 p)
  * the loop over the positions, which stays small.
  */
 /*
- * The cheapest choice so far for one position: a literal (offset 0), or a
- * sequence at `offset` whose cost is that of its lengths from `from` to
- * `last`. The cost of a length is bits[i - len] plus a part that depends only
- * on the offset and on the gamma band of len - 1 (lengths 2, 3-4, 5-8, ...,
- * 32769-65536); the fewest bits up to a position never drop as the position
- * grows, so in each band the longest length is the cheapest. Which length of
- * the band is the shortest that costs as little is only worked out for the
- * choice that stays, by length().
+ * The cheapest choice so far for one position: a literal, or a sequence at
+ * some offset whose cost is that of the longest length of one of its gamma
+ * bands (lengths 2, 3-4, 5-8, ..., 32769-65536). The cost of a length is
+ * bits[i - len] plus a part that depends only on the offset and on the band;
+ * the fewest bits up to a position never drop as the position grows, so in
+ * each band the longest length is the cheapest. Which length of the band is
+ * the shortest that costs as little is only worked out for the choice that
+ * stays, by length().
  */
 struct Best
 {
     quint32 bits;
-    qint32 offset;
-    qint32 from;
-    qint32 last;
+    quint32 choice; // the band's longest length above 12 bits, the offset below; 0 for a literal
 
     // Costs the lengths from `from` to `to` at one offset for a sequence that
     // ends at i. A length replaces the choice only when strictly cheaper.
@@ -830,32 +828,35 @@ struct Best
         quint32 fixed = quint32(countBits(int(offset), int(from)));
         for (;;) {
             const qsizetype end = std::min(to, top);
-            take(fewest[(i - end) & BitsMask] + fixed, offset, from, end);
+            take(fewest[(i - end) & BitsMask] + fixed, offset, end);
             if (end == to)
                 return;
-            from = end + 1;
             top *= 2;
             fixed += 2;
         }
     }
 
     // Whether one is cheaper or not is as good as random: no branch.
-    void take(quint32 cost, qsizetype offset, qsizetype from, qsizetype end)
+    void take(quint32 cost, qsizetype offset, qsizetype end)
     {
         const quint32 cheaper = quint32(qint32(cost - bits) >> 31); // all ones or none
         bits ^= (bits ^ cost) & cheaper;
-        this->offset ^= (this->offset ^ qint32(offset)) & qint32(cheaper);
-        this->from ^= (this->from ^ qint32(from)) & qint32(cheaper);
-        last ^= (last ^ qint32(end)) & qint32(cheaper);
+        choice ^= (choice ^ (quint32(end) << 12 | quint32(offset))) & cheaper;
     }
+
+    qint32 offset() const { return qint32(choice & 0xFFF); }
 
     // The length of the sequence chosen: the shortest of its band whose
     // fewest bits before it are as few as those before the longest. Those
-    // bits only fall as the length grows, so the equal ones come last.
+    // bits only fall as the length grows, so the equal ones come last. The
+    // lengths of the band below the first one costed at this offset were
+    // costed at nearer offsets, which cost no more, and lost: their bits
+    // before them are more, so the whole band can be searched.
     qint32 length(const quint32* fewest, qsizetype i) const
     {
+        const qint32 last = qint32(choice >> 12);
         const quint32 floor = fewest[(i - last) & BitsMask];
-        qint32 lo = from;
+        qint32 lo = last > 2 ? (qint32(1) << (31 - qCountLeadingZeroBits(quint32(last - 1)))) + 1 : 2;
         qint32 hi = last;
         while (hi - lo > 4) {
             const qint32 mid = lo + (hi - lo) / 2;
@@ -934,8 +935,7 @@ struct Candidates
         while (c >= quint32(nearest)) // nearest itself, or nearer positions that only hash alike
             c = chain->next[c & WindowMask];
         while (c != 0 && reached < cap) {
-            const qsizetype offset = i - qsizetype(c);
-            if (offset > MaxOffset)
+            if (i - qsizetype(c) > MaxOffset)
                 break;
             if (chain == &chain3 && reached >= 3) {
                 // From here on only 4-byte matches count: go on along their
@@ -947,6 +947,19 @@ struct Candidates
                 c = d;
                 continue;
             }
+
+            // Entries that can neither match more than `reached` nor stand
+            // in a stretch are passed in a loop of their own: on text most
+            // entries are such.
+            const uchar want = in[i - reached];
+            while (chain->base[c & WindowMask] == c && (qsizetype(c) < reached || in[c - reached] != want)) {
+                c = chain->next[c & WindowMask];
+                if (c == 0 || i - qsizetype(c) > MaxOffset)
+                    break;
+            }
+            if (c == 0 || i - qsizetype(c) > MaxOffset)
+                break;
+            const qsizetype offset = i - qsizetype(c);
             quint32 next = chain->next[c & WindowMask];
 
             // Only a match longer than `reached` counts, and that needs this
@@ -1055,7 +1068,7 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
                 return 0;
         }
         if (len == 2)
-            best.take(bits[(i - 2) & BitsMask] + quint32(countBits(int(i - nearest), 2)), i - nearest, 2, 2);
+            best.take(bits[(i - 2) & BitsMask] + quint32(countBits(int(i - nearest), 2)), i - nearest, 2);
         else
             best.offer(bits, i, i - nearest, 2, len);
         return len;
@@ -1106,7 +1119,7 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         pairs[pair] = (entry & 0xFFFF0000) | quint32(i & 0xFFFF);
         const quint32 hash3 = HashChain::hash(key3(in, i));
         const quint32 hash4 = i >= 3 ? HashChain::hash(key4(in, i)) : 0;
-        Best best{previousBits + 9, 0, 0, 0}; // a literal, unless a sequence is cheaper
+        Best best{previousBits + 9, 0}; // a literal, unless a sequence is cheaper
         // The bytes from nearest + 1 to i repeat those (i - nearest) earlier:
         // i may continue the stretch of nearest.
         bool periodic = false;
@@ -1121,11 +1134,11 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         if (i >= 3)
             chain4.insert(i, hash4, periodic, quint32(nearest));
 
-        const qint32 len = best.offset ? best.length(bits, i) : 0;
+        const qint32 len = best.choice ? best.length(bits, i) : 0;
         bits[i & BitsMask] = best.bits;
         total += quint64(qint64(qint32(best.bits - previousBits)));
         previousBits = best.bits;
-        sink.put(i, total, best.offset, len);
+        sink.put(i, total, best.offset(), len);
     }
     return total;
 }
