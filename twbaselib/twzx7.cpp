@@ -855,8 +855,10 @@ struct Best
     qint32 length(const quint32* fewest, qsizetype i) const
     {
         const qint32 last = qint32(choice >> 12);
+        if (last <= 2)
+            return last;
         const quint32 floor = fewest[(i - last) & BitsMask];
-        qint32 lo = last > 2 ? (qint32(1) << (31 - qCountLeadingZeroBits(quint32(last - 1)))) + 1 : 2;
+        qint32 lo = (qint32(1) << (31 - qCountLeadingZeroBits(quint32(last - 1)))) + 1;
         qint32 hi = last;
         while (hi - lo > 4) {
             const qint32 mid = lo + (hi - lo) / 2;
@@ -1056,8 +1058,8 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         const qsizetype len = std::min<qsizetype>(qCountLeadingZeroBits(diff) >> 3, cap);
         if (len < cap) {
             const uchar next = in[i - len];
-            const HashChain& chain = len == 2 ? chain3 : chain4;
-            quint32 c = chain.heads[len == 2 ? hash3 : hash4];
+            const HashChain& chain = tables->chains[len > 2];
+            quint32 c = chain.heads[(len > 2 ? hash4 : hash3) & ((quint32(1) << HeadBits) - 1)];
             while (c >= quint32(nearest))
                 c = chain.next[c & WindowMask];
             for (int steps = 0; c != 0 && i - qsizetype(c) <= MaxOffset; c = chain.next[c & WindowMask]) {
@@ -1301,8 +1303,12 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
         // the sequences taken are gathered at the top of the list, in order:
         // each goes to the highest place not yet filled, which lies at or
         // above its own, so no word is overwritten before it is read.
+        // Meanwhile the cost of the parse is counted again from its tokens,
+        // less 9 bits for each byte they cover, which is what literals would
+        // cost.
         qsizetype count = tokens.count;
         qsizetype taken = tokens.count;
+        qint64 saved = 0;
         qsizetype w = (size - 1) >> 6;
         quint64 m = ends[w];
         while (count > 0) {
@@ -1311,6 +1317,8 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
             const int top = 63 - int(qCountLeadingZeroBits(m));
             const quint32 token = word[--count];
             word[--taken] = token;
+            const int gamma = 2 * (31 - int(qCountLeadingZeroBits(quint32(token >> 12) | 1))) + 1;
+            saved += 9 * qint64((token >> 12) + 1) - (9 + 4 * int((token & 0xFFF) >= 128) + gamma);
             // The ends from the sequence's first byte up to its last are
             // passed over: clear them.
             const qsizetype first = w * 64 + top - qsizetype(token >> 12);
@@ -1335,22 +1343,18 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
         }
 
         // 18 bits of end marker, 7 to round up: the exact size of the stream.
-        // The checks before each token only guard against a parse whose cost
-        // were wrong, which would show as an empty result; Spare lets them be
-        // simple.
+        // The tokens cost what the search found, so the writer, which writes
+        // what they cost, fills the stream exactly; each write may store up
+        // to 8 bytes beyond, into Spare. Were the costs to differ, the
+        // result would be empty rather than written out of bounds.
+        if (quint64(8 + 9 * qint64(size - 1 - skip) - saved) != bits)
+            return QByteArray();
         const qsizetype streamSize = qsizetype((bits + 25) / 8);
-        constexpr qsizetype Spare = 16;
-        const qsizetype room = streamSize + Spare;
-        QByteArray output(room, Qt::Uninitialized);
-        if (output.size() != room)
+        constexpr qsizetype Spare = 8;
+        QByteArray output(streamSize + Spare, Qt::Uninitialized);
+        if (output.size() != streamSize + Spare)
             return QByteArray();
         StreamWriter writer{reinterpret_cast<uchar*>(output.data()), in + size};
-        const auto literals = [&](qsizetype from, qsizetype to) {
-            if (room - writer.n < (to - from) + (to - from) / 8 + 8)
-                return false;
-            writer.literals(in + from, to - from);
-            return true;
-        };
 
         writer.out[writer.n++] = in[skip];
         qsizetype pos = skip + 1;
@@ -1360,14 +1364,12 @@ QByteArray TWZX7::compress(const QByteArray& input, long skip)
                 const qsizetype end = w * 64 + qsizetype(qCountTrailingZeroBits(m));
                 const quint32 token = *next++;
                 const int len = int(token >> 12) + 1;
-                if (!literals(pos, end - len + 1) || room - writer.n < 16)
-                    return QByteArray();
+                writer.literals(in + pos, end - len + 1 - pos);
                 writer.sequence(int(token & 0xFFF) + 1, len);
                 pos = end + 1;
             }
         }
-        if (!literals(pos, size) || room - writer.n < 16)
-            return QByteArray();
+        writer.literals(in + pos, size - pos);
         writer.endMarker();
         if (writer.n != streamSize)
             return QByteArray();
