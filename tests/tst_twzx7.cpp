@@ -158,6 +158,32 @@ private slots:
         }
     }
 
+    // Inputs past 64 KiB, where the encoder's tables wrap their positions and
+    // a pair's run of occurrences can begin further back than they can tell.
+    void matchesReferenceOnLongInputs_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<int>("size");
+        QTest::addColumn<int>("skip");
+        QTest::newRow("random bytes") << 0 << 200000 << 0;
+        QTest::newRow("runs and near-runs") << 1 << 150000 << 0;
+        QTest::newRow("one byte with noise") << 2 << 150000 << 0;
+        QTest::newRow("small alphabet: endless runs of each pair") << 3 << 150000 << 0;
+        QTest::newRow("short periods with noise") << 4 << 150000 << 0;
+        QTest::newRow("skip past 64 KiB") << 3 << 150000 << 100000;
+        QTest::newRow("skip just past a table wrap") << 0 << 140000 << 65537;
+    }
+
+    void matchesReferenceOnLongInputs()
+    {
+        QFETCH(int, kind);
+        QFETCH(int, size);
+        QFETCH(int, skip);
+        QRandomGenerator rng(quint32(7 + kind));
+        const QByteArray data = makeInput(rng, kind, size);
+        QCOMPARE(TWZX7::compress(data, skip), TWTest::zx7ReferenceCompress(data, skip).stream);
+    }
+
     void roundTrips()
     {
         QRandomGenerator rng(99);
