@@ -765,7 +765,8 @@ constexpr qsizetype BitsWindow = MaxLength;      // fewest bits kept: as far bac
 constexpr qsizetype BitsMask = BitsWindow - 1;
 
 /*
- * The fixed tables of one search, allocated at once and zeroed.
+ * The fixed tables of one search, allocated at once; all but the fewest bits
+ * start zeroed.
  *
  * The pair table holds, for each byte pair, two positions modulo 2^16: the
  * latest at which the pair ended (low half) and the first of the pair's
@@ -1019,9 +1020,14 @@ struct Candidates
 template <class Sink>
 quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink)
 {
-    std::unique_ptr<SearchTables, FreeDeleter> tables(static_cast<SearchTables*>(std::calloc(1, sizeof(SearchTables))));
+    std::unique_ptr<SearchTables, FreeDeleter> tables(static_cast<SearchTables*>(std::malloc(sizeof(SearchTables))));
     if (!tables)
         return 0;
+    // The fewest bits are only read where they were written, from skip on:
+    // left as they come, they cost a short input nothing.
+    std::memset(tables->pairs, 0, sizeof(tables->pairs));
+    std::memset(tables->runs, 0, sizeof(tables->runs));
+    std::memset(tables->chains, 0, sizeof(tables->chains));
     quint32* const pairs = tables->pairs;
     quint32* const bits = tables->bits;
     HashChain& chain3 = tables->chains[0];
