@@ -2,14 +2,31 @@
 // on generated inputs of 64 KiB and 1 MiB: English-like text, a binary-like
 // mix, smooth 24-bit pixels, random bytes and zeros. Each run reports the
 // compressed size as the counter "packed" (bytes) and "ratio" (packed/input).
+//
+// The rows peer/<input>/reference and peer/<input>/TWZX7 compress the same
+// bytes with the classic optimal encoder (tests/support/twzx7reference.h) and
+// with TWZX7::compress, one after the other: the files of the shared corpus
+// when it is there, and 1 MiB of random bytes and of smooth pixels. Run them
+// with --benchmark_filter=peer/ --benchmark_repetitions=5
+// --benchmark_enable_random_interleaving=true to mix the rows further; at the
+// end each input's two rates in MB/s and their ratio are printed (medians when
+// repeated), with the load average before and after, since the rows are only
+// as steady as the machine.
+#include "twzx7reference.h"
+
 #include <twzx7.h>
 
+#include <QtCore/QDir>
+#include <QtCore/QFile>
 #include <QtCore/QList>
 #include <QtCore/QRandomGenerator>
 
 #include <benchmark/benchmark.h>
 
 #include <cmath>
+#include <cstdio>
+#include <map>
+#include <string>
 
 namespace {
 
@@ -172,10 +189,113 @@ void sizesAndKinds(benchmark::internal::Benchmark* b)
     b->Unit(benchmark::kMillisecond);
 }
 
+void compressWithReference(benchmark::State& state, const QByteArray& data)
+{
+    for (auto _ : state) {
+        const TWTest::Zx7Reference packed = TWTest::zx7ReferenceCompress(data, 0);
+        benchmark::DoNotOptimize(packed.stream.constData());
+    }
+    state.counters["MB/s"] = benchmark::Counter(double(data.size()) / 1e6, benchmark::Counter::kIsIterationInvariantRate);
+}
+
+void compressWithLibrary(benchmark::State& state, const QByteArray& data)
+{
+    for (auto _ : state) {
+        const QByteArray packed = TW::TWZX7::compress(data, 0);
+        benchmark::DoNotOptimize(packed.constData());
+    }
+    state.counters["MB/s"] = benchmark::Counter(double(data.size()) / 1e6, benchmark::Counter::kIsIterationInvariantRate);
+}
+
+QString loadAverage()
+{
+    QFile file(QStringLiteral("/proc/loadavg"));
+    if (!file.open(QIODevice::ReadOnly))
+        return QStringLiteral("unknown");
+    return QString::fromLatin1(file.readLine()).section(QLatin1Char(' '), 0, 2);
+}
+
+// Prints the usual table, then each input's two rates and their ratio.
+class RatioReporter : public benchmark::ConsoleReporter
+{
+public:
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            const bool aggregate = run.run_type == Run::RT_Aggregate;
+            if ((aggregate && run.aggregate_name != "median") || (!aggregate && run.repetitions > 1) || run.error_occurred)
+                continue;
+            const std::string& name = run.run_name.function_name; // "peer/<input>/<encoder>"
+            const auto slash = name.rfind('/');
+            const auto rate = run.counters.find("MB/s");
+            if (name.rfind("peer/", 0) == 0 && rate != run.counters.end())
+                _rates[name.substr(5, slash - 5)][name.substr(slash + 1)] = rate->second.value;
+        }
+    }
+
+    void Finalize() override
+    {
+        ConsoleReporter::Finalize();
+        if (_rates.empty())
+            return;
+        std::printf("\n%-20s %10s %10s %10s %8s\n", "input", "bytes", "reference", "TWZX7", "ratio");
+        for (const auto& [input, rates] : _rates) {
+            const auto theirs = rates.find("reference"), ours = rates.find("TWZX7");
+            if (ours != rates.end() && theirs != rates.end())
+                std::printf("%-20s %10lld %5.1f MB/s %5.1f MB/s %7.2fx\n", input.c_str(), sizes[input], theirs->second,
+                            ours->second, ours->second / theirs->second);
+        }
+        std::printf("load average before: %s, after: %s\n", qPrintable(loadBefore), qPrintable(loadAverage()));
+    }
+
+    std::map<std::string, long long> sizes;
+    QString loadBefore = loadAverage();
+
+private:
+    std::map<std::string, std::map<std::string, double>> _rates;
+};
+
 } // namespace
+
 
 BENCHMARK(BM_Compress)->Apply(sizesAndKinds);
 BENCHMARK(BM_Decompress)->Apply(sizesAndKinds);
 BENCHMARK(BM_DecompressBounded)->Apply(sizesAndKinds);
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+
+    QList<std::pair<QString, QByteArray>> inputs;
+    const QDir corpus(QStringLiteral(TW_CORPUS_DIR));
+    for (const QString& name : corpus.entryList(QDir::Files, QDir::Name)) {
+        QFile file(corpus.filePath(name));
+        if (name != QLatin1String("README.md") && file.open(QIODevice::ReadOnly))
+            inputs.append({name, file.readAll()});
+    }
+    if (inputs.isEmpty())
+        std::printf("no corpus in %s: generated inputs only\n", TW_CORPUS_DIR);
+    inputs.append({QStringLiteral("random_1MiB"), input(Random, qsizetype(1) << 20)});
+    inputs.append({QStringLiteral("pixels_1MiB"), input(Pixels, qsizetype(1) << 20)});
+
+    // The two encoders must agree before their speeds mean anything.
+    for (const auto& [name, data] : inputs) {
+        const std::string key = name.toStdString();
+        const QByteArray packed = TW::TWZX7::compress(data, 0);
+        if (packed != TWTest::zx7ReferenceCompress(data, 0).stream) {
+            std::fprintf(stderr, "%s: TWZX7::compress differs from the reference encoder\n", key.c_str());
+            return 1;
+        }
+        reporter.sizes[key] = data.size();
+        benchmark::RegisterBenchmark(("peer/" + key + "/reference").c_str(), compressWithReference, data)
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("peer/" + key + "/TWZX7").c_str(), compressWithLibrary, data)
+            ->Unit(benchmark::kMillisecond);
+    }
+
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}

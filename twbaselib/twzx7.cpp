@@ -438,16 +438,18 @@ inline quint32 key4(const uchar* in, qsizetype i)
  * Earlier positions whose last bytes hash alike, latest first, kept for the
  * last Window positions. An entry's base is the lowest entry of its stretch:
  * the entries below it down to the base follow each other at one step, the
- * period, and the bytes between them repeat with that period.
+ * period, and the bytes between them repeat with that period. The window
+ * never holds more than Window entries, so a few thousand heads do.
  */
+constexpr int HeadBits = 12;
+
 struct HashChain
 {
-    quint32* heads;
-    int shift;
+    quint32 heads[quint32(1) << HeadBits];
     quint32 next[Window];
     quint32 base[Window];
 
-    quint32 hash(quint32 key) const { return (key * 2654435761u) >> shift; }
+    static quint32 hash(quint32 key) { return (key * 2654435761u) >> (32 - HeadBits); }
 
     // Enters position i. periodic says that the bytes from nearest + 1 to i
     // repeat with the period i - nearest; if nearest is also the previous entry
@@ -466,6 +468,15 @@ struct HashChain
         heads[hash] = quint32(i);
     }
 };
+
+// Set bits in a word, without relying on an instruction for it.
+inline int popCount(quint64 v)
+{
+    v -= (v >> 1) & 0x5555555555555555;
+    v = (v & 0x3333333333333333) + ((v >> 2) & 0x3333333333333333);
+    v = (v + (v >> 4)) & 0x0F0F0F0F0F0F0F0F;
+    return int((v * 0x0101010101010101) >> 56);
+}
 
 struct FreeDeleter
 {
@@ -744,52 +755,141 @@ void TWZX7::_readRawBytes(const int& count, long& diff, long& delta)
  *   beat the first one met (see below), so the walk skips the rest.
  *
  * The walk only looks MaxOffset positions back, so the chains are rings of the
- * last Window positions, and beyond the records the memory is fixed.
+ * last Window positions; the fewest bits are kept for the last MaxLength
+ * positions only, as far as a sequence reaches back. So the memory is fixed,
+ * and the sink decides what is kept of each record.
  */
-QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
+namespace {
+
+constexpr qsizetype BitsWindow = MaxLength;      // fewest bits kept: as far back as a sequence reaches
+constexpr qsizetype BitsMask = BitsWindow - 1;
+
+/*
+ * The fixed tables of one search, allocated at once; all but the fewest bits
+ * start zeroed.
+ *
+ * The pair table holds, for each byte pair, two positions modulo 2^16: the
+ * latest at which the pair ended (low half) and the first of the pair's
+ * current run (high half), a run being occurrences each within reach of the
+ * one before. A position is entered in the hash chains only when its pair ran
+ * on, so where no pair repeats within reach (data that does not compress) a
+ * position costs one look-up and one store. The one occurrence a walk then
+ * misses is the oldest one in reach, the first of the run, which the walk
+ * takes on at its end.
+ *
+ * The fewest bits are kept modulo 2^32: any two that are compared lie within
+ * one longest sequence of each other, so their difference fits in 32 bits.
+ */
+struct SearchTables
 {
-    QList<TWCompOptimal> optimal;
-    const qsizetype size = input.size();
-    if (size == 0 || qint64(size) > MaxInput || skip < 0 || skip >= size)
-        return optimal;
+    quint32 pairs[0x10000];
+    OffsetRun runs[MaxOffset + 1];
+    HashChain chains[2];               // of 3 and of 4 bytes
+    quint32 bits[BitsWindow];          // fewest bits up to position p, at p & BitsMask
+};
 
-    // pairs[pair] is the latest position at which the byte pair ended.
-    const int hashBits = std::clamp(int(qCountLeadingZeroBits(quint64(1))) - int(qCountLeadingZeroBits(quint64(size))) + 1, 10, 16);
-    std::unique_ptr<quint32, FreeDeleter> pairs(static_cast<quint32*>(std::calloc(0x10000, sizeof(quint32))));
-    std::unique_ptr<quint32, FreeDeleter> heads(static_cast<quint32*>(std::calloc(size_t(2) << hashBits, sizeof(quint32))));
-    std::unique_ptr<OffsetRun, FreeDeleter> runs(static_cast<OffsetRun*>(std::calloc(MaxOffset + 1, sizeof(OffsetRun))));
-    std::unique_ptr<HashChain[]> chains(new (std::nothrow) HashChain[2]);
-    if (!pairs || !heads || !runs || !chains)
-        return optimal;
-    HashChain& chain3 = chains[0];
-    HashChain& chain4 = chains[1];
-    chain3.heads = heads.get();
-    chain4.heads = heads.get() + (size_t(1) << hashBits);
-    chain3.shift = chain4.shift = 32 - hashBits;
+// The position among the last 2^16 before i that is p modulo 2^16.
+inline qsizetype unwrap(qsizetype i, quint32 p)
+{
+    return i - qsizetype((quint32(i) - p) & 0xFFFF);
+}
 
-    // Records are appended as the search goes, into room reserved at once, so
-    // that each is written once; the skipped bytes get empty ones.
-    optimal.reserve(size);
-    if (optimal.capacity() < size)
-        return QList<TWCompOptimal>(); // Qt gives up silently when it cannot reserve: so do we, but audibly
-    optimal.resize(skip);
-    optimal.append(TWCompOptimal{8, 0, 0}); // the first byte is always a literal
-    const uchar* in = reinterpret_cast<const uchar*>(input.constData());
-    const TWCompOptimal* rec = optimal.constData();
+/*
+ * The cheapest sequence that ends at one position i, when the byte pair that
+ * ends there ended within reach before: the lengths of each candidate offset
+ * are costed against the fewest bits so far, and `best` keeps the cheapest.
+ * This is the rarer case where data compresses badly, so it stands apart from
+ * the loop over the positions, which stays small.
+ */
+/*
+ * The cheapest choice so far for one position: a literal, or a sequence at
+ * some offset whose cost is that of the longest length of one of its gamma
+ * bands (lengths 2, 3-4, 5-8, ..., 32769-65536). The cost of a length is
+ * bits[i - len] plus a part that depends only on the offset and on the band;
+ * the fewest bits up to a position never drop as the position grows, so in
+ * each band the longest length is the cheapest. Which length of the band is
+ * the shortest that costs as little is only worked out for the choice that
+ * stays, by length().
+ */
+struct Best
+{
+    quint32 bits;
+    quint32 choice; // the band's longest length above 12 bits, the offset below; 0 for a literal
 
-    // The skipped bytes only feed the tables; the older ones lie out of reach.
-    for (qsizetype i = std::max<qsizetype>(1, skip - MaxOffset); i <= skip; ++i) {
-        pairs.get()[quint32(in[i - 1]) << 8 | in[i]] = quint32(i);
-        if (i >= 2)
-            chain3.insert(i, chain3.hash(key3(in, i)), false, 0);
-        if (i >= 3)
-            chain4.insert(i, chain4.hash(key4(in, i)), false, 0);
+    // Costs the lengths from `from` to `to` at one offset for a sequence that
+    // ends at i. A length replaces the choice only when strictly cheaper.
+    void offer(const quint32* fewest, qsizetype i, qsizetype offset, qsizetype from, qsizetype to)
+    {
+        if (from > to)
+            return;
+        // The band of from - 1, its last length, and the bits of the sequence
+        // but for bits[i - len]: the flag, the offset and the gamma code.
+        const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
+        qsizetype top = qsizetype(2) << band;
+        quint32 fixed = quint32(countBits(int(offset), int(from)));
+        for (;;) {
+            const qsizetype end = std::min(to, top);
+            take(fewest[(i - end) & BitsMask] + fixed, offset, end);
+            if (end == to)
+                return;
+            top *= 2;
+            fixed += 2;
+        }
     }
 
-    for (qsizetype i = skip + 1; i < size; ++i) {
-        quint64 bestBits = rec[i - 1].bits + 9;
-        qint32 bestOffset = 0;
-        qint32 bestLen = 0;
+    // Whether one is cheaper or not is as good as random: no branch.
+    void take(quint32 cost, qsizetype offset, qsizetype end)
+    {
+        const quint32 cheaper = quint32(qint32(cost - bits) >> 31); // all ones or none
+        bits ^= (bits ^ cost) & cheaper;
+        choice ^= (choice ^ (quint32(end) << 12 | quint32(offset))) & cheaper;
+    }
+
+    qint32 offset() const { return qint32(choice & 0xFFF); }
+
+    // The length of the sequence chosen: the shortest of its band whose
+    // fewest bits before it are as few as those before the longest. Those
+    // bits only fall as the length grows, so the equal ones come last. The
+    // lengths of the band below the first one costed at this offset were
+    // costed at nearer offsets, which cost no more, and lost: their bits
+    // before them are more, so the whole band can be searched.
+    qint32 length(const quint32* fewest, qsizetype i) const
+    {
+        const qint32 last = qint32(choice >> 12);
+        if (last <= 2)
+            return last;
+        const quint32 floor = fewest[(i - last) & BitsMask];
+        qint32 lo = (qint32(1) << (31 - qCountLeadingZeroBits(quint32(last - 1)))) + 1;
+        qint32 hi = last;
+        while (hi - lo > 4) {
+            const qint32 mid = lo + (hi - lo) / 2;
+            if (fewest[(i - mid) & BitsMask] == floor)
+                hi = mid;
+            else
+                lo = mid + 1;
+        }
+        qint32 len = hi;
+        for (qint32 k = lo; k < hi; ++k)
+            len -= fewest[(i - k) & BitsMask] == floor;
+        return len;
+    }
+};
+
+struct Candidates
+{
+    const uchar* in;
+    qsizetype skip;
+    SearchTables* tables;
+
+    // The length of the match at the nearest offset. first is the first
+    // position of the pair's run, if it is still within reach.
+    Q_NEVER_INLINE qsizetype search(qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3, quint32 hash4,
+                                    Best& best)
+    {
+        const quint32* const bits = tables->bits;
+        OffsetRun* const runs = tables->runs;
+        HashChain& chain3 = tables->chains[0];
+        HashChain& chain4 = tables->chains[1];
 
         const qsizetype cap = std::min<qsizetype>(MaxLength, i - skip); // no sequence may start before skip
         const qsizetype lowest = i - cap + 1;                // lowest position a sequence may cover
@@ -798,7 +898,7 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
         // The match length at an offset, at most cap, from what is known about
         // the offset and a comparison of what is not.
         const auto matchAt = [&](qsizetype offset) -> qsizetype {
-            OffsetRun& run = runs.get()[offset];
+            OffsetRun& run = runs[offset];
             const qsizetype stop = std::max(qsizetype(run.end) + 1, lowest);
             const qsizetype fresh = equalBackward(in, i, offset, i - stop + 1);
             if (fresh < i - stop + 1) {
@@ -826,168 +926,460 @@ QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
 
         // Costs the lengths from reached + 1 to len at this offset.
         const auto offer = [&](qsizetype offset, qsizetype len) {
-            for (qsizetype from = reached + 1; from <= len;) {
-                const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
-                const qsizetype to = std::min<qsizetype>(len, qsizetype(2) << band);
-                const quint64 floorBits = rec[i - to].bits;
-                const quint64 cost = floorBits + quint64(countBits(int(offset), int(to)));
-                if (cost < bestBits) {
-                    // The shortest length of the band that costs as little.
-                    qsizetype lo = from;
-                    qsizetype hi = to;
-                    while (lo < hi) {
-                        const qsizetype mid = lo + (hi - lo) / 2;
-                        if (rec[i - mid].bits == floorBits)
-                            hi = mid;
-                        else
-                            lo = mid + 1;
-                    }
-                    bestBits = cost;
-                    bestOffset = qint32(offset);
-                    bestLen = qint32(lo);
-                }
-                from = to + 1;
-            }
+            best.offer(bits, i, offset, reached + 1, len);
             reached = len;
         };
 
-        const quint32 pair = quint32(in[i - 1]) << 8 | in[i];
-        const quint32 hash3 = i >= 2 ? chain3.hash(key3(in, i)) : 0;
-        const quint32 hash4 = i >= 3 ? chain4.hash(key4(in, i)) : 0;
-        const quint32 nearest = pairs.get()[pair];
-        qsizetype nearestLen = 0;
-        if (nearest != 0 && i - qsizetype(nearest) <= MaxOffset && cap >= 2) {
-            nearestLen = matchAt(i - qsizetype(nearest));
-            offer(i - qsizetype(nearest), nearestLen);
+        const qsizetype nearestLen = matchAt(i - nearest);
+        offer(i - nearest, nearestLen);
 
-            HashChain* chain = reached >= 3 ? &chain4 : &chain3;
-            quint32 c = chain->heads[reached >= 3 ? hash4 : hash3];
-            while (c >= nearest) // nearest itself, or nearer positions that only hash alike
+        HashChain* chain = reached >= 3 ? &chain4 : &chain3;
+        quint32 c = chain->heads[reached >= 3 ? hash4 : hash3];
+        while (c >= quint32(nearest)) // nearest itself, or nearer positions that only hash alike
+            c = chain->next[c & WindowMask];
+        while (c != 0 && reached < cap) {
+            if (i - qsizetype(c) > MaxOffset)
+                break;
+            if (chain == &chain3 && reached >= 3) {
+                // From here on only 4-byte matches count: go on along their
+                // chain, from the first entry not yet passed.
+                chain = &chain4;
+                quint32 d = chain4.heads[hash4];
+                while (d > c)
+                    d = chain4.next[d & WindowMask];
+                c = d;
+                continue;
+            }
+
+            // Entries that can neither match more than `reached` nor stand
+            // in a stretch are passed in a loop of their own: on text most
+            // entries are such.
+            const uchar want = in[i - reached];
+            while (chain->base[c & WindowMask] == c && (qsizetype(c) < reached || in[c - reached] != want)) {
                 c = chain->next[c & WindowMask];
-            while (c != 0 && reached < cap) {
-                const qsizetype offset = i - qsizetype(c);
-                if (offset > MaxOffset)
+                if (c == 0 || i - qsizetype(c) > MaxOffset)
                     break;
-                if (chain == &chain3 && reached >= 3) {
-                    // From here on only 4-byte matches count: go on along their
-                    // chain, from the first entry not yet passed.
-                    chain = &chain4;
-                    quint32 d = chain4.heads[hash4];
-                    while (d > c)
-                        d = chain4.next[d & WindowMask];
-                    c = d;
-                    continue;
-                }
-                quint32 next = chain->next[c & WindowMask];
+            }
+            if (c == 0 || i - qsizetype(c) > MaxOffset)
+                break;
+            const qsizetype offset = i - qsizetype(c);
+            quint32 next = chain->next[c & WindowMask];
 
-                // Only a match longer than `reached` counts, and that needs this
-                // byte to match first.
-                const qsizetype x = i - reached;
-                if (x >= offset && in[x] == in[x - offset]) {
-                    const qsizetype len = matchAt(offset);
-                    if (len > reached)
-                        offer(offset, len);
-                }
+            // Only a match longer than `reached` counts, and that needs this
+            // byte to match first.
+            const qsizetype x = i - reached;
+            if (x >= offset && in[x] == in[x - offset]) {
+                const qsizetype len = matchAt(offset);
+                if (len > reached)
+                    offer(offset, len);
+            }
 
-                // c stands in a stretch: the entries c - period, c - 2 * period,
-                // ... down to b, with the bytes from b - period + 1 to c
-                // repeating with that period. Against i, whose own bytes repeat
-                // with the period for `here` positions, each of these entries
-                // matches as far as the shorter of the two periodic depths, plus
-                // one period, unless both depths are equal. Those matches only
-                // fall as the entries go deeper, so none of them beats c, except
-                // the one entry whose depth equals `here`.
-                const quint32 b = chain->base[c & WindowMask];
-                if (b != c && reached < cap) {
-                    const qsizetype period = qsizetype(c) - qsizetype(next);
-                    const qsizetype here = matchAt(period);
-                    if (here < cap) {
-                        const qsizetype deeper = equalBackward(in, b, period, here + 1);
-                        next = i - qsizetype(b) <= MaxOffset ? chain->next[b & WindowMask] : 0;
-                        if (deeper <= here) {
-                            const qsizetype gap = qsizetype(c - b) + deeper - here;
-                            if (gap > 0 && (period == 1 || gap % period == 0))
-                                next = quint32(qsizetype(c) - gap);
-                        }
+            // c stands in a stretch: the entries c - period, c - 2 * period,
+            // ... down to b, with the bytes from b - period + 1 to c
+            // repeating with that period. Against i, whose own bytes repeat
+            // with the period for `here` positions, each of these entries
+            // matches as far as the shorter of the two periodic depths, plus
+            // one period, unless both depths are equal. Those matches only
+            // fall as the entries go deeper, so none of them beats c, except
+            // the one entry whose depth equals `here`.
+            const quint32 b = chain->base[c & WindowMask];
+            if (b != c && reached < cap) {
+                const qsizetype period = qsizetype(c) - qsizetype(next);
+                const qsizetype here = matchAt(period);
+                if (here < cap) {
+                    const qsizetype deeper = equalBackward(in, b, period, here + 1);
+                    next = i - qsizetype(b) <= MaxOffset ? chain->next[b & WindowMask] : 0;
+                    if (deeper <= here) {
+                        const qsizetype gap = qsizetype(c - b) + deeper - here;
+                        if (gap > 0 && (period == 1 || gap % period == 0))
+                            next = quint32(qsizetype(c) - gap);
                     }
                 }
-                c = next;
             }
+            c = next;
         }
 
-        optimal.append(TWCompOptimal{bestBits, bestOffset, bestLen});
+        // The first of the run is in no chain: it is the oldest candidate.
+        const qsizetype offset = i - first;
+        const qsizetype x = i - reached;
+        if (first < nearest && offset <= MaxOffset && reached < cap && x >= offset && in[x] == in[x - offset]) {
+            const qsizetype len = matchAt(offset);
+            if (len > reached)
+                offer(offset, len);
+        }
+        return nearestLen;
+    }
+};
 
+/*
+ * The search. For each encoded position, from skip on, it hands the sink the
+ * fewest bits up to and including it and the sequence that ends there (an
+ * offset and length of 0 for a literal), in order. Answers the fewest bits of
+ * the whole input, or 0 when its tables cannot be allocated.
+ */
+template <class Sink>
+quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink)
+{
+    std::unique_ptr<SearchTables, FreeDeleter> tables(static_cast<SearchTables*>(std::malloc(sizeof(SearchTables))));
+    if (!tables)
+        return 0;
+    // The fewest bits are only read where they were written, from skip on:
+    // left as they come, they cost a short input nothing.
+    std::memset(tables->pairs, 0, sizeof(tables->pairs));
+    std::memset(tables->runs, 0, sizeof(tables->runs));
+    std::memset(tables->chains, 0, sizeof(tables->chains));
+    quint32* const pairs = tables->pairs;
+    quint32* const bits = tables->bits;
+    HashChain& chain3 = tables->chains[0];
+    HashChain& chain4 = tables->chains[1];
+    Candidates candidates{in, skip, tables.get()};
+
+    // The latest earlier position that ends the pair that ends at i, if it
+    // lies within reach, else 0. The table keeps positions modulo 2^16; the
+    // one it names is the latest for certain when it holds the pair, since
+    // every later occurrence would have been entered.
+    const auto nearestOf = [&](qsizetype i, quint32 entry) -> qsizetype {
+        const quint32 distance = (quint32(i) - entry) & 0xFFFF;
+        if (distance - 1 >= quint32(MaxOffset) || qsizetype(distance) >= i)
+            return 0;
+        const qsizetype c = i - qsizetype(distance);
+        return qFromUnaligned<quint16>(in + c - 1) == qFromUnaligned<quint16>(in + i - 1) ? c : 0;
+    };
+
+    // The commonest case where data compresses poorly: the nearest occurrence
+    // of the pair matches a few bytes, and no other candidate in reach matches
+    // more. The match at the nearest offset then gives the only sequences, and
+    // this tells so without the search: a few steps along the chain that
+    // holds every candidate that could match more, each tested at the one
+    // byte it would need, and the run's first occurrence. Answers the
+    // nearest match's length, or 0 when the search has to decide.
+    const auto shortMatch = [&](qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3, quint32 hash4,
+                                Best& best) -> qsizetype {
+        if (nearest < 7)
+            return 0;
+        const quint64 diff = qFromUnaligned<quint64>(in + i - 7) ^ qFromUnaligned<quint64>(in + nearest - 7);
+        if (diff == 0)
+            return 0;
+        const qsizetype cap = std::min<qsizetype>(MaxLength, i - skip);
+        const qsizetype len = std::min<qsizetype>(qCountLeadingZeroBits(diff) >> 3, cap);
+        if (len < cap) {
+            const uchar next = in[i - len];
+            const HashChain& chain = tables->chains[len > 2];
+            quint32 c = chain.heads[(len > 2 ? hash4 : hash3) & ((quint32(1) << HeadBits) - 1)];
+            while (c >= quint32(nearest))
+                c = chain.next[c & WindowMask];
+            for (int steps = 0; c != 0 && i - qsizetype(c) <= MaxOffset; c = chain.next[c & WindowMask]) {
+                if (++steps > 8 || (qsizetype(c) >= len && in[c - len] == next))
+                    return 0;
+            }
+            if (first < nearest && i - first <= MaxOffset && first >= len && in[first - len] == next)
+                return 0;
+        }
+        if (len == 2)
+            best.take(bits[(i - 2) & BitsMask] + quint32(countBits(int(i - nearest), 2)), i - nearest, 2);
+        else
+            best.offer(bits, i, i - nearest, 2, len);
+        return len;
+    };
+
+    // The first byte is always a literal.
+    quint32 previousBits = 8;
+    bits[skip & BitsMask] = previousBits;
+    quint64 total = previousBits; // the same, in full
+    sink.put(skip, total, 0, 0);
+
+    // The skipped bytes only feed the tables; the older ones lie out of reach.
+    for (qsizetype i = std::max<qsizetype>(1, skip - MaxOffset); i <= skip; ++i) {
+        const quint32 pair = quint32(in[i - 1]) << 8 | in[i];
+        const qsizetype nearest = nearestOf(i, pairs[pair]);
+        if (nearest == 0) {
+            pairs[pair] = quint32(i & 0xFFFF) * 0x10001;
+            continue;
+        }
+        pairs[pair] = (pairs[pair] & 0xFFFF0000) | quint32(i & 0xFFFF);
+        chain3.insert(i, HashChain::hash(key3(in, i)), false, quint32(nearest));
+        if (i >= 3)
+            chain4.insert(i, HashChain::hash(key4(in, i)), false, quint32(nearest));
+    }
+
+    quint32 pair = in[skip];
+    for (qsizetype i = skip + 1; i < size; ++i) {
+        // Literals, as long as no pair ran on: a loop of its own, for data
+        // that does not compress.
+        quint32 entry;
+        qsizetype nearest;
+        for (;;) {
+            pair = (pair << 8 | in[i]) & 0xFFFF;
+            entry = pairs[pair];
+            nearest = nearestOf(i, entry);
+            if (nearest != 0)
+                break;
+            // The pair starts a run here.
+            pairs[pair] = quint32(i & 0xFFFF) * 0x10001;
+            previousBits += 9;
+            total += 9;
+            bits[i & BitsMask] = previousBits;
+            sink.put(i, total, 0, 0);
+            if (++i == size)
+                return total;
+        }
+
+        pairs[pair] = (entry & 0xFFFF0000) | quint32(i & 0xFFFF);
+        const quint32 hash3 = HashChain::hash(key3(in, i));
+        const quint32 hash4 = i >= 3 ? HashChain::hash(key4(in, i)) : 0;
+        Best best{previousBits + 9, 0}; // a literal, unless a sequence is cheaper
         // The bytes from nearest + 1 to i repeat those (i - nearest) earlier:
         // i may continue the stretch of nearest.
-        const bool periodic = nearestLen >= i - qsizetype(nearest);
-        pairs.get()[pair] = quint32(i);
-        if (i >= 2)
-            chain3.insert(i, hash3, periodic, nearest);
+        bool periodic = false;
+        if (i - skip >= 2) {
+            const qsizetype first = unwrap(i, entry >> 16);
+            qsizetype nearestLen = shortMatch(i, nearest, first, hash3, hash4, best);
+            if (nearestLen == 0)
+                nearestLen = candidates.search(i, nearest, first, hash3, hash4, best);
+            periodic = nearestLen >= i - nearest;
+        }
+        chain3.insert(i, hash3, periodic, quint32(nearest));
         if (i >= 3)
-            chain4.insert(i, hash4, periodic, nearest);
+            chain4.insert(i, hash4, periodic, quint32(nearest));
+
+        const qint32 len = best.choice ? best.length(bits, i) : 0;
+        bits[i & BitsMask] = best.bits;
+        total += quint64(qint64(qint32(best.bits - previousBits)));
+        previousBits = best.bits;
+        sink.put(i, total, best.offset(), len);
     }
-    return optimal;
+    return total;
 }
 
+} // namespace
+
+QList<TWCompOptimal> TWZX7::_optimize(const QByteArray& input, long skip)
+{
+    const qsizetype size = input.size();
+    if (size == 0 || qint64(size) > MaxInput || skip < 0 || skip >= size)
+        return QList<TWCompOptimal>();
+    struct Records
+    {
+        TWCompOptimal* rec;
+        void put(qsizetype i, quint64 bits, qint32 offset, qint32 len) { rec[i] = {bits, offset, len}; }
+    };
+    try {
+        QList<TWCompOptimal> optimal(size); // the skipped bytes keep empty records
+        if (optimal.size() != size)
+            return QList<TWCompOptimal>();
+        Records records{optimal.data()};
+        if (optimalParse(reinterpret_cast<const uchar*>(input.constData()), size, skip, records) == 0)
+            return QList<TWCompOptimal>();
+        return optimal;
+    } catch (const std::bad_alloc&) {
+        return QList<TWCompOptimal>();
+    }
+}
+
+namespace {
+
+/*
+ * The writer of a stream into room of a size known in advance. The flag bits
+ * go into the open flag byte while it has room (`free` bits), and then into
+ * new flag bytes at the end of the output; bits that follow each other with
+ * no stream byte between them fill consecutive new flag bytes, so they are
+ * stored as one big-endian word. Every write may store up to 8 bytes past
+ * the end of what it writes, and the callers check for that room.
+ */
+struct StreamWriter
+{
+    uchar* out;
+    const uchar* inEnd;     // the end of the input, for reads of 8 bytes at once
+    qsizetype n = 0;
+    qsizetype flags = 0;    // the open flag byte; no flag byte is open at first
+    int free = 0;           // bits left in it
+
+    // The low k bits of value, the highest first; 0 <= k <= 32.
+    void bits(quint32 value, int k)
+    {
+        const quint64 left = (quint64(value) << 32) << (32 - k); // the bits at the top
+        out[flags] = uchar(out[flags] | ((left >> 56) >> (8 - free)));
+        qToBigEndian<quint64>(left << free, out + n);
+        // Bits beyond the open flag byte open new ones; no branch, as whether
+        // they do is as good as random.
+        const int rest = k - free;
+        const int added = ((rest & ~(rest >> 31)) + 7) >> 3;
+        const qsizetype opened = -qsizetype(added != 0);
+        flags += (n + added - 1 - flags) & opened;
+        free = 8 * added - rest;
+        n += added;
+    }
+
+    // Literals: their flag bits are 0, so each flag byte is followed by as
+    // many of them as it had bits left.
+    void literals(const uchar* data, qsizetype count)
+    {
+        qsizetype chunk = std::min<qsizetype>(count, free);
+        for (;;) {
+            copy(data, chunk);
+            n += chunk;
+            data += chunk;
+            count -= chunk;
+            free -= int(chunk);
+            if (count == 0)
+                return;
+            flags = n;
+            out[n++] = 0;
+            chunk = std::min<qsizetype>(count, 8);
+            free = 8;
+        }
+    }
+
+    void sequence(int offset, int len)
+    {
+        // The flag bit 1, then the gamma code of len - 1: as many zeros as
+        // len - 1 has bits behind its top one, then its bits.
+        const int top = 31 - int(qCountLeadingZeroBits(quint32(len - 1)));
+        bits(quint32(1) << (2 * top + 1) | quint32(len - 1), 2 * top + 2);
+        const int o = offset - 1;
+        const int far = o >> 7 != 0;
+        out[n++] = uchar((o & 127) | far << 7);
+        bits(quint32((o - 128) >> 7) & quint32(-far), 4 * far);
+    }
+
+    // A sequence flag and a gamma code with sixteen leading zeros.
+    void endMarker() { bits(quint32(1) << 17 | 1, 18); }
+
+private:
+    // At most 8 bytes.
+    void copy(const uchar* data, qsizetype count)
+    {
+        if (Q_LIKELY(inEnd - data >= 8))
+            std::memcpy(out + n, data, 8);
+        else
+            std::memcpy(out + n, data, size_t(count));
+    }
+};
+
+} // namespace
+
+/*
+ * compress does not keep the parse as TWCompOptimal records, only what the
+ * stream needs: a bit for each input byte that says whether a sequence ends
+ * there, and a word for each such sequence, in order, with the length less 1
+ * above the low 12 bits and the offset less 1 in them. Where data does not
+ * compress, the search then writes next to nothing.
+ *
+ * A walk back from the end finds the tokens of the cheapest parse: from a
+ * position, the literals run down to the nearest sequence end at or below it,
+ * and that sequence leads on to the byte before its first. The walk marks
+ * the words of the sequences it takes and clears the bits of those it passes
+ * over, so that the stream can then be written front to back.
+ */
 QByteArray TWZX7::compress(const QByteArray& input, long skip)
 {
     const qsizetype size = input.size();
     if (size == 0 || qint64(size) > MaxInput || skip < 0 || skip >= size)
         return QByteArray();
+    struct Tokens
+    {
+        quint64* ends;
+        quint32* words;
+        qsizetype count;
+        void put(qsizetype i, quint64 /*bits*/, qint32 offset, qint32 len)
+        {
+            if (len == 0)
+                return;
+            ends[i >> 6] |= quint64(1) << (i & 63);
+            words[count++] = quint32(len - 1) << 12 | quint32(offset - 1);
+        }
+    };
     try {
-        QList<TWCompOptimal> optimal = _optimize(input, skip);
-        if (optimal.size() != size)
+        const uchar* in = reinterpret_cast<const uchar*>(input.constData());
+        const qsizetype endWords = (size + 63) / 64;
+        std::unique_ptr<quint64[], FreeDeleter> endBits(static_cast<quint64*>(std::calloc(size_t(endWords), sizeof(quint64))));
+        std::unique_ptr<quint32[], FreeDeleter> words(static_cast<quint32*>(std::malloc(size_t(size - skip) * sizeof(quint32))));
+        if (!endBits || !words)
             return QByteArray();
-        TWCompOptimal* rec = optimal.data();
-        const qsizetype last = size - 1;
+        Tokens tokens{endBits.get(), words.get(), 0};
+        const quint64 bits = optimalParse(in, size, skip, tokens);
+        if (bits == 0)
+            return QByteArray();
+        quint64* const ends = endBits.get();
+        quint32* const word = words.get();
+
+        // The walk back. `count` is the number of set bits at or below the
+        // position reached, so the word of the highest of them is
+        // word[count - 1]; `m` holds those of them in word w. The words of
+        // the sequences taken are gathered at the top of the list, in order:
+        // each goes to the highest place not yet filled, which lies at or
+        // above its own, so no word is overwritten before it is read.
+        // Meanwhile the cost of the parse is counted again from its tokens,
+        // less 9 bits for each byte they cover, which is what literals would
+        // cost.
+        qsizetype count = tokens.count;
+        qsizetype taken = tokens.count;
+        qint64 saved = 0;
+        qsizetype w = (size - 1) >> 6;
+        quint64 m = ends[w];
+        while (count > 0) {
+            while (m == 0)
+                m = ends[--w]; // count > 0: a set bit lies below
+            const int top = 63 - int(qCountLeadingZeroBits(m));
+            const quint32 token = word[--count];
+            word[--taken] = token;
+            const int gamma = 2 * (31 - int(qCountLeadingZeroBits(quint32(token >> 12) | 1))) + 1;
+            saved += 9 * qint64((token >> 12) + 1) - (9 + 4 * int((token & 0xFFF) >= 128) + gamma);
+            // The ends from the sequence's first byte up to its last are
+            // passed over: clear them.
+            const qsizetype first = w * 64 + top - qsizetype(token >> 12);
+            quint64 passed = m & ((quint64(1) << top) - 1);
+            if (first >= w * 64) {
+                const quint64 below = (quint64(1) << (first - w * 64)) - 1;
+                passed &= ~below;
+                m &= below;
+            } else {
+                for (ends[w] &= ~passed; --w > first >> 6;) {
+                    count -= popCount(passed);
+                    passed = ends[w];
+                    ends[w] = 0;
+                }
+                count -= popCount(passed);
+                const quint64 below = (quint64(1) << (first & 63)) - 1;
+                passed = ends[w] & ~below;
+                m = ends[w] & below;
+            }
+            count -= popCount(passed);
+            ends[w] &= ~passed;
+        }
 
         // 18 bits of end marker, 7 to round up: the exact size of the stream.
-        QByteArray output;
-        output.reserve(qsizetype((rec[last].bits + 25) / 8));
+        // The tokens cost what the search found, so the writer, which writes
+        // what they cost, fills the stream exactly; each write may store up
+        // to 8 bytes beyond, into Spare. Were the costs to differ, the
+        // result would be empty rather than written out of bounds.
+        if (quint64(8 + 9 * qint64(size - 1 - skip) - saved) != bits)
+            return QByteArray();
+        const qsizetype streamSize = qsizetype((bits + 25) / 8);
+        constexpr qsizetype Spare = 8;
+        QByteArray output(streamSize + Spare, Qt::Uninitialized);
+        if (output.size() != streamSize + Spare)
+            return QByteArray();
+        StreamWriter writer{reinterpret_cast<uchar*>(output.data()), in + size};
 
-        // Turn the parse into forward links, from skip to the last position.
-        rec[last].bits = 0;
-        for (qsizetype pos = last; pos > skip;) {
-            const qsizetype previous = pos - (rec[pos].len ? rec[pos].len : 1);
-            rec[previous].bits = quint64(pos);
-            pos = previous;
-        }
-
-        const uchar* in = reinterpret_cast<const uchar*>(input.constData());
-        long diff = long(skip - size);
-        long delta = 0;
-        quint64 bitIndex = 0;
-        int bitMask = 0;
-
-        writeByte(output, diff, in[skip]);
-        readRawBytes(1, diff, delta);
-        for (qsizetype pos = qsizetype(rec[skip].bits); pos != 0; pos = qsizetype(rec[pos].bits)) {
-            const TWCompOptimal& token = rec[pos];
-            if (token.len == 0) {
-                writeBit(output, diff, bitIndex, bitMask, 0);
-                writeByte(output, diff, in[pos]);
-                readRawBytes(1, diff, delta);
-                continue;
+        writer.out[writer.n++] = in[skip];
+        qsizetype pos = skip + 1;
+        const quint32* next = word + taken;
+        for (qsizetype w = (skip + 1) >> 6; w < endWords; ++w) {
+            for (quint64 m = ends[w]; m != 0; m &= m - 1) {
+                const qsizetype end = w * 64 + qsizetype(qCountTrailingZeroBits(m));
+                const quint32 token = *next++;
+                const int len = int(token >> 12) + 1;
+                writer.literals(in + pos, end - len + 1 - pos);
+                writer.sequence(int(token & 0xFFF) + 1, len);
+                pos = end + 1;
             }
-            writeBit(output, diff, bitIndex, bitMask, 1);
-            writeEliasGamma(output, diff, bitIndex, bitMask, token.len - 1);
-            int offset = token.offset - 1;
-            if (offset < 128) {
-                writeByte(output, diff, offset);
-            } else {
-                offset -= 128;
-                writeByte(output, diff, (offset & 127) | 128);
-                for (int mask = 0x400; mask > 0x40; mask >>= 1)
-                    writeBit(output, diff, bitIndex, bitMask, offset & mask);
-            }
-            readRawBytes(token.len, diff, delta);
         }
-
-        // End marker: a sequence flag and a gamma code with sixteen leading zeros.
-        writeBit(output, diff, bitIndex, bitMask, 1);
-        for (int k = 0; k < 16; ++k)
-            writeBit(output, diff, bitIndex, bitMask, 0);
-        writeBit(output, diff, bitIndex, bitMask, 1);
+        writer.literals(in + pos, size - pos);
+        writer.endMarker();
+        if (writer.n != streamSize)
+            return QByteArray();
+        output.resize(streamSize);
         return output;
     } catch (const std::bad_alloc&) {
         return QByteArray();
