@@ -14,9 +14,10 @@ namespace {
 
 const qint64 defaultMaxSize = qint64(256) << 20;
 const qint64 MaxInput = 0xFFFFFFFF; // the encoder keeps positions in 32 bits
-// Peak memory of compress per input byte, measured: the input, the parse
-// (16 bytes a byte) and the stream.
-const qint64 CompressBytesPerByte = 19;
+// Peak memory of compress per input byte, measured at its worst (one
+// repeated byte): the input, a word per position that the parse weighs, and
+// the stream, which random bytes make a little larger than the input.
+const qint64 CompressBytesPerByte = 7;
 
 bool readAll(const QString& path, QByteArray& data, QString& error)
 {
