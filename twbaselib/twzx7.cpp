@@ -445,9 +445,16 @@ constexpr int HeadBits = 12;
 
 struct HashChain
 {
+    // An entry's link to the next one and its stretch's base, side by side:
+    // the walk reads both at each step.
+    struct Link
+    {
+        quint32 next;
+        quint32 base;
+    };
+
     quint32 heads[quint32(1) << HeadBits];
-    quint32 next[Window];
-    quint32 base[Window];
+    Link link[Window];
 
     static quint32 hash(quint32 key) { return (key * 2654435761u) >> (32 - HeadBits); }
 
@@ -457,14 +464,13 @@ struct HashChain
     void insert(qsizetype i, quint32 hash, bool periodic, quint32 nearest)
     {
         const quint32 previous = heads[hash];
-        const quint32 slot = quint32(i) & WindowMask;
-        next[slot] = previous;
-        base[slot] = quint32(i);
+        Link entry{previous, quint32(i)};
         if (periodic && previous == nearest && previous != 0) {
-            const quint32 p = previous & WindowMask;
-            if (base[p] == previous || next[p] == previous - (quint32(i) - previous))
-                base[slot] = base[p];
+            const Link& p = link[previous & WindowMask];
+            if (p.base == previous || p.next == previous - (quint32(i) - previous))
+                entry.base = p.base;
         }
+        link[quint32(i) & WindowMask] = entry;
         heads[hash] = quint32(i);
     }
 };
@@ -813,8 +819,23 @@ inline qsizetype unwrap(qsizetype i, quint32 p)
  */
 struct Best
 {
-    quint32 bits;
-    quint32 choice; // the band's longest length above 12 bits, the offset below; 0 for a literal
+    // The cheapest so far as one number, so that keeping it is one unsigned
+    // minimum: its cost above 32 bits, as the difference to a literal's plus
+    // Bias, which stays in range since any two costs compared lie within one
+    // longest sequence of each other; below, the offset above 17 bits and the
+    // band's longest length under them, both 0 for a literal. Equal costs
+    // then keep the choice offered first, as they must: the literal comes
+    // first, and the sequences come by growing offset, and at one offset by
+    // growing length.
+    static constexpr quint32 Bias = 0x80000000u;
+    quint64 key;
+    quint32 base; // subtracted from a cost: the literal's less Bias
+
+    explicit Best(quint32 literal) : key(quint64(Bias) << 32), base(literal - Bias) {}
+
+    quint32 bits() const { return quint32(key >> 32) + base; }
+    bool literal() const { return quint32(key) == 0; }
+    qint32 offset() const { return qint32((key >> 17) & 0xFFF); }
 
     // Costs the lengths from `from` to `to` at one offset for a sequence that
     // ends at i. A length replaces the choice only when strictly cheaper.
@@ -826,10 +847,11 @@ struct Best
         // but for bits[i - len]: the flag, the offset and the gamma code.
         const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
         qsizetype top = qsizetype(2) << band;
-        quint32 fixed = quint32(countBits(int(offset), int(from)));
+        quint32 fixed = quint32(countBits(int(offset), int(from))) - base;
+        const quint64 at = quint64(offset) << 17;
         for (;;) {
             const qsizetype end = std::min(to, top);
-            take(fewest[(i - end) & BitsMask] + fixed, offset, end);
+            key = std::min(key, quint64(fewest[(i - end) & BitsMask] + fixed) << 32 | at | quint64(end));
             if (end == to)
                 return;
             top *= 2;
@@ -837,15 +859,11 @@ struct Best
         }
     }
 
-    // Whether one is cheaper or not is as good as random: no branch.
+    // The same for one length.
     void take(quint32 cost, qsizetype offset, qsizetype end)
     {
-        const quint32 cheaper = quint32(qint32(cost - bits) >> 31); // all ones or none
-        bits ^= (bits ^ cost) & cheaper;
-        choice ^= (choice ^ (quint32(end) << 12 | quint32(offset))) & cheaper;
+        key = std::min(key, quint64(cost - base) << 32 | quint64(offset) << 17 | quint64(end));
     }
-
-    qint32 offset() const { return qint32(choice & 0xFFF); }
 
     // The length of the sequence chosen: the shortest of its band whose
     // fewest bits before it are as few as those before the longest. Those
@@ -855,7 +873,7 @@ struct Best
     // before them are more, so the whole band can be searched.
     qint32 length(const quint32* fewest, qsizetype i) const
     {
-        const qint32 last = qint32(choice >> 12);
+        const qint32 last = qint32(key & 0x1FFFF);
         if (last <= 2)
             return last;
         const quint32 floor = fewest[(i - last) & BitsMask];
@@ -936,9 +954,16 @@ struct Candidates
         HashChain* chain = reached >= 3 ? &chain4 : &chain3;
         quint32 c = chain->heads[reached >= 3 ? hash4 : hash3];
         while (c >= quint32(nearest)) // nearest itself, or nearer positions that only hash alike
-            c = chain->next[c & WindowMask];
-        while (c != 0 && reached < cap) {
-            if (i - qsizetype(c) > MaxOffset)
+            c = chain->link[c & WindowMask].next;
+        // Entries come latest first. One older than MaxOffset is out of
+        // reach, and one at a position below `reached` cannot match more
+        // than `reached` bytes: nor can any after it, so the walk ends at
+        // the first entry below `low`. Every entry walked has at least
+        // `reached` bytes before it.
+        const qsizetype reach = std::max<qsizetype>(i - MaxOffset, 1);
+        while (reached < cap) {
+            const quint32 low = quint32(std::max(reach, reached));
+            if (c < low)
                 break;
             if (chain == &chain3 && reached >= 3) {
                 // From here on only 4-byte matches count: go on along their
@@ -946,7 +971,7 @@ struct Candidates
                 chain = &chain4;
                 quint32 d = chain4.heads[hash4];
                 while (d > c)
-                    d = chain4.next[d & WindowMask];
+                    d = chain4.link[d & WindowMask].next;
                 c = d;
                 continue;
             }
@@ -955,20 +980,23 @@ struct Candidates
             // in a stretch are passed in a loop of their own: on text most
             // entries are such.
             const uchar want = in[i - reached];
-            while (chain->base[c & WindowMask] == c && (qsizetype(c) < reached || in[c - reached] != want)) {
-                c = chain->next[c & WindowMask];
-                if (c == 0 || i - qsizetype(c) > MaxOffset)
+            const HashChain::Link* const link = chain->link;
+            HashChain::Link entry = link[c & WindowMask];
+            while (entry.base == c && in[c - reached] != want) {
+                c = entry.next;
+                if (c < low)
                     break;
+                entry = link[c & WindowMask];
             }
-            if (c == 0 || i - qsizetype(c) > MaxOffset)
+            if (c < low)
                 break;
             const qsizetype offset = i - qsizetype(c);
-            quint32 next = chain->next[c & WindowMask];
+            quint32 next = entry.next;
 
             // Only a match longer than `reached` counts, and that needs this
             // byte to match first.
             const qsizetype x = i - reached;
-            if (x >= offset && in[x] == in[x - offset]) {
+            if (in[x] == in[x - offset]) {
                 const qsizetype len = matchAt(offset);
                 if (len > reached)
                     offer(offset, len);
@@ -982,13 +1010,13 @@ struct Candidates
             // one period, unless both depths are equal. Those matches only
             // fall as the entries go deeper, so none of them beats c, except
             // the one entry whose depth equals `here`.
-            const quint32 b = chain->base[c & WindowMask];
+            const quint32 b = entry.base;
             if (b != c && reached < cap) {
                 const qsizetype period = qsizetype(c) - qsizetype(next);
                 const qsizetype here = matchAt(period);
                 if (here < cap) {
                     const qsizetype deeper = equalBackward(in, b, period, here + 1);
-                    next = i - qsizetype(b) <= MaxOffset ? chain->next[b & WindowMask] : 0;
+                    next = i - qsizetype(b) <= MaxOffset ? chain->link[b & WindowMask].next : 0;
                     if (deeper <= here) {
                         const qsizetype gap = qsizetype(c - b) + deeper - here;
                         if (gap > 0 && (period == 1 || gap % period == 0))
@@ -1067,12 +1095,17 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
             const HashChain& chain = tables->chains[len > 2];
             quint32 c = chain.heads[(len > 2 ? hash4 : hash3) & ((quint32(1) << HeadBits) - 1)];
             while (c >= quint32(nearest))
-                c = chain.next[c & WindowMask];
-            for (int steps = 0; c != 0 && i - qsizetype(c) <= MaxOffset; c = chain.next[c & WindowMask]) {
-                if (++steps > 8 || (qsizetype(c) >= len && in[c - len] == next))
+                c = chain.link[c & WindowMask].next;
+            // As in the search, no entry below `low` can match more.
+            const quint32 low = quint32(std::max(std::max<qsizetype>(i - MaxOffset, 1), len));
+            for (int steps = 0; c >= low; c = chain.link[c & WindowMask].next) {
+                if (++steps > 8 || in[c - len] == next)
                     return 0;
             }
-            if (first < nearest && i - first <= MaxOffset && first >= len && in[first - len] == next)
+            // Whether the first of the run is out of reach is as good as
+            // random: tested without a branch, on a byte that always exists.
+            const qsizetype at = std::max<qsizetype>(first - len, 0);
+            if ((first < nearest) & (first >= qsizetype(low)) & (in[at] == next))
                 return 0;
         }
         if (len == 2)
@@ -1127,7 +1160,7 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         pairs[pair] = (entry & 0xFFFF0000) | quint32(i & 0xFFFF);
         const quint32 hash3 = HashChain::hash(key3(in, i));
         const quint32 hash4 = i >= 3 ? HashChain::hash(key4(in, i)) : 0;
-        Best best{previousBits + 9, 0}; // a literal, unless a sequence is cheaper
+        Best best(previousBits + 9); // a literal, unless a sequence is cheaper
         // The bytes from nearest + 1 to i repeat those (i - nearest) earlier:
         // i may continue the stretch of nearest.
         bool periodic = false;
@@ -1142,10 +1175,11 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         if (i >= 3)
             chain4.insert(i, hash4, periodic, quint32(nearest));
 
-        const qint32 len = best.choice ? best.length(bits, i) : 0;
-        bits[i & BitsMask] = best.bits;
-        total += quint64(qint64(qint32(best.bits - previousBits)));
-        previousBits = best.bits;
+        const qint32 len = best.literal() ? 0 : best.length(bits, i);
+        const quint32 fewest = best.bits();
+        bits[i & BitsMask] = fewest;
+        total += quint64(qint64(qint32(fewest - previousBits)));
+        previousBits = fewest;
         sink.put(i, total, best.offset(), len);
     }
     return total;
