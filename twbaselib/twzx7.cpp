@@ -899,13 +899,44 @@ struct Candidates
     qsizetype skip;
     SearchTables* tables;
 
+    // The match length at an offset for a sequence that ends at i, at most
+    // cap, covering no position below lowest, from what is known about the
+    // offset and a comparison of what is not. Inline at each use: it is
+    // short where called most, on text.
+    Q_ALWAYS_INLINE qsizetype matchLength(qsizetype i, qsizetype lowest, qsizetype cap, qsizetype offset)
+    {
+        OffsetRun& run = tables->runs[offset];
+        const qsizetype stop = std::max(qsizetype(run.end) + 1, lowest);
+        const qsizetype fresh = equalBackward(in, i, offset, i - stop + 1);
+        if (fresh < i - stop + 1) {
+            run = {quint32(i - fresh + 1), quint32(i), true};
+            return fresh;
+        }
+        if (run.end == 0 || stop > qsizetype(run.end) + 1) {
+            run = {quint32(lowest), quint32(i), false};
+            return cap;
+        }
+        // Verified down to the known run: join them.
+        run.end = quint32(i);
+        if (qsizetype(run.start) <= lowest)
+            return cap;
+        if (!run.exact) {
+            const qsizetype below = qsizetype(run.start) - 1;
+            const qsizetype more = equalBackward(in, below, offset, below - lowest + 1);
+            run.exact = more < below - lowest + 1;
+            run.start = quint32(run.exact ? below - more + 1 : lowest);
+            if (!run.exact)
+                return cap;
+        }
+        return i - qsizetype(run.start) + 1;
+    }
+
     // The length of the match at the nearest offset. first is the first
     // position of the pair's run, if it is still within reach.
     Q_NEVER_INLINE qsizetype search(qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3, quint32 hash4,
                                     Best& best)
     {
         const quint32* const bits = tables->bits;
-        OffsetRun* const runs = tables->runs;
         HashChain& chain3 = tables->chains[0];
         HashChain& chain4 = tables->chains[1];
 
@@ -913,34 +944,7 @@ struct Candidates
         const qsizetype lowest = i - cap + 1;                // lowest position a sequence may cover
         qsizetype reached = 1;                               // longest length costed so far
 
-        // The match length at an offset, at most cap, from what is known about
-        // the offset and a comparison of what is not.
-        const auto matchAt = [&](qsizetype offset) -> qsizetype {
-            OffsetRun& run = runs[offset];
-            const qsizetype stop = std::max(qsizetype(run.end) + 1, lowest);
-            const qsizetype fresh = equalBackward(in, i, offset, i - stop + 1);
-            if (fresh < i - stop + 1) {
-                run = {quint32(i - fresh + 1), quint32(i), true};
-                return fresh;
-            }
-            if (run.end == 0 || stop > qsizetype(run.end) + 1) {
-                run = {quint32(lowest), quint32(i), false};
-                return cap;
-            }
-            // Verified down to the known run: join them.
-            run.end = quint32(i);
-            if (qsizetype(run.start) <= lowest)
-                return cap;
-            if (!run.exact) {
-                const qsizetype below = qsizetype(run.start) - 1;
-                const qsizetype more = equalBackward(in, below, offset, below - lowest + 1);
-                run.exact = more < below - lowest + 1;
-                run.start = quint32(run.exact ? below - more + 1 : lowest);
-                if (!run.exact)
-                    return cap;
-            }
-            return i - qsizetype(run.start) + 1;
-        };
+        const auto matchAt = [&](qsizetype offset) { return matchLength(i, lowest, cap, offset); };
 
         // Costs the lengths from reached + 1 to len at this offset.
         const auto offer = [&](qsizetype offset, qsizetype len) {
@@ -979,10 +983,11 @@ struct Candidates
             // Entries that can neither match more than `reached` nor stand
             // in a stretch are passed in a loop of their own: on text most
             // entries are such.
-            const uchar want = in[i - reached];
+            const uchar* const back = in - reached; // back[c] is the byte reached before c
+            const uchar want = back[i];
             const HashChain::Link* const link = chain->link;
             HashChain::Link entry = link[c & WindowMask];
-            while (entry.base == c && in[c - reached] != want) {
+            while (entry.base == c && back[c] != want) {
                 c = entry.next;
                 if (c < low)
                     break;
@@ -1158,8 +1163,11 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         }
 
         pairs[pair] = (entry & 0xFFFF0000) | quint32(i & 0xFFFF);
-        const quint32 hash3 = HashChain::hash(key3(in, i));
-        const quint32 hash4 = i >= 3 ? HashChain::hash(key4(in, i)) : 0;
+        // The last four bytes in one load, of which the last three are the
+        // 3-byte key; near the start, only those three.
+        const quint32 last4 = i >= 3 ? key4(in, i) : key3(in, i) << 8;
+        const quint32 hash3 = HashChain::hash(last4 >> 8);
+        const quint32 hash4 = i >= 3 ? HashChain::hash(last4) : 0;
         Best best(previousBits + 9); // a literal, unless a sequence is cheaper
         // The bytes from nearest + 1 to i repeat those (i - nearest) earlier:
         // i may continue the stretch of nearest.
