@@ -767,12 +767,13 @@ void TWZX7::_readRawBytes(const int& count, long& diff, long& delta)
  */
 namespace {
 
+constexpr qsizetype ShortInput = 8192;          // below this, the pair table is cleared pair by pair
 constexpr qsizetype BitsWindow = MaxLength;      // fewest bits kept: as far back as a sequence reaches
 constexpr qsizetype BitsMask = BitsWindow - 1;
 
 /*
- * The fixed tables of one search, allocated at once; all but the fewest bits
- * start zeroed.
+ * The fixed tables of one search, allocated at once; parts of them start
+ * zeroed (see optimalParse).
  *
  * The pair table holds, for each byte pair, two positions modulo 2^16: the
  * latest at which the pair ended (low half) and the first of the pair's
@@ -1056,11 +1057,21 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
     std::unique_ptr<SearchTables, FreeDeleter> tables(static_cast<SearchTables*>(std::malloc(sizeof(SearchTables))));
     if (!tables)
         return 0;
-    // The fewest bits are only read where they were written, from skip on:
-    // left as they come, they cost a short input nothing.
-    std::memset(tables->pairs, 0, sizeof(tables->pairs));
+    // Only what is read before it is written starts zeroed. The fewest bits
+    // are only read where they were written, from skip on, and a chain's
+    // links only for entries reached from its heads, which were all entered.
+    // Of the pair table only the entries of pairs in the input are read: on
+    // a short input, zeroing just those spares the whole table's pages.
     std::memset(tables->runs, 0, sizeof(tables->runs));
-    std::memset(tables->chains, 0, sizeof(tables->chains));
+    for (HashChain& chain : tables->chains)
+        std::memset(chain.heads, 0, sizeof(chain.heads));
+    const qsizetype from = std::max<qsizetype>(1, skip - MaxOffset);
+    if (size - from < ShortInput) {
+        for (qsizetype i = from; i < size; ++i)
+            tables->pairs[quint32(in[i - 1]) << 8 | in[i]] = 0;
+    } else {
+        std::memset(tables->pairs, 0, sizeof(tables->pairs));
+    }
     quint32* const pairs = tables->pairs;
     quint32* const bits = tables->bits;
     HashChain& chain3 = tables->chains[0];
