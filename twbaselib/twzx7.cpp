@@ -933,9 +933,10 @@ struct Candidates
     }
 
     // The length of the match at the nearest offset. first is the first
-    // position of the pair's run, if it is still within reach.
+    // position of the pair's run, if it is still within reach; known is that
+    // length when the caller found it already, else 0.
     Q_NEVER_INLINE qsizetype search(qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3, quint32 hash4,
-                                    Best& best)
+                                    qsizetype known, Best& best)
     {
         const quint32* const bits = tables->bits;
         HashChain& chain3 = tables->chains[0];
@@ -953,7 +954,7 @@ struct Candidates
             reached = len;
         };
 
-        const qsizetype nearestLen = matchAt(i - nearest);
+        const qsizetype nearestLen = known ? known : matchAt(i - nearest);
         offer(i - nearest, nearestLen);
 
         HashChain* chain = reached >= 3 ? &chain4 : &chain3;
@@ -1097,8 +1098,10 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
     // holds every candidate that could match more, each tested at the one
     // byte it would need, and the run's first occurrence. Answers the
     // nearest match's length, or 0 when the search has to decide.
+    // When it gives up after measuring that match, its length goes to known,
+    // so that the search need not measure it again.
     const auto shortMatch = [&](qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3, quint32 hash4,
-                                Best& best) -> qsizetype {
+                                qsizetype& known, Best& best) -> qsizetype {
         if (nearest < 7)
             return 0;
         const quint64 diff = qFromUnaligned<quint64>(in + i - 7) ^ qFromUnaligned<quint64>(in + nearest - 7);
@@ -1107,6 +1110,7 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         const qsizetype cap = std::min<qsizetype>(MaxLength, i - skip);
         const qsizetype len = std::min<qsizetype>(qCountLeadingZeroBits(diff) >> 3, cap);
         if (len < cap) {
+            known = len;
             const uchar next = in[i - len];
             const HashChain& chain = tables->chains[len > 2];
             quint32 c = chain.heads[(len > 2 ? hash4 : hash3) & ((quint32(1) << HeadBits) - 1)];
@@ -1185,9 +1189,10 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         bool periodic = false;
         if (i - skip >= 2) {
             const qsizetype first = unwrap(i, entry >> 16);
-            qsizetype nearestLen = shortMatch(i, nearest, first, hash3, hash4, best);
+            qsizetype known = 0;
+            qsizetype nearestLen = shortMatch(i, nearest, first, hash3, hash4, known, best);
             if (nearestLen == 0)
-                nearestLen = candidates.search(i, nearest, first, hash3, hash4, best);
+                nearestLen = candidates.search(i, nearest, first, hash3, hash4, known, best);
             periodic = nearestLen >= i - nearest;
         }
         chain3.insert(i, hash3, periodic, quint32(nearest));
