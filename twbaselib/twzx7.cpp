@@ -445,9 +445,16 @@ constexpr int HeadBits = 12;
 
 struct HashChain
 {
+    // An entry's link to the next one and its stretch's base, side by side:
+    // the walk reads both at each step.
+    struct Link
+    {
+        quint32 next;
+        quint32 base;
+    };
+
     quint32 heads[quint32(1) << HeadBits];
-    quint32 next[Window];
-    quint32 base[Window];
+    Link link[Window];
 
     static quint32 hash(quint32 key) { return (key * 2654435761u) >> (32 - HeadBits); }
 
@@ -457,14 +464,13 @@ struct HashChain
     void insert(qsizetype i, quint32 hash, bool periodic, quint32 nearest)
     {
         const quint32 previous = heads[hash];
-        const quint32 slot = quint32(i) & WindowMask;
-        next[slot] = previous;
-        base[slot] = quint32(i);
+        Link entry{previous, quint32(i)};
         if (periodic && previous == nearest && previous != 0) {
-            const quint32 p = previous & WindowMask;
-            if (base[p] == previous || next[p] == previous - (quint32(i) - previous))
-                base[slot] = base[p];
+            const Link& p = link[previous & WindowMask];
+            if (p.base == previous || p.next == previous - (quint32(i) - previous))
+                entry.base = p.base;
         }
+        link[quint32(i) & WindowMask] = entry;
         heads[hash] = quint32(i);
     }
 };
@@ -761,12 +767,13 @@ void TWZX7::_readRawBytes(const int& count, long& diff, long& delta)
  */
 namespace {
 
+constexpr qsizetype ShortInput = 8192;          // below this, the pair table is cleared pair by pair
 constexpr qsizetype BitsWindow = MaxLength;      // fewest bits kept: as far back as a sequence reaches
 constexpr qsizetype BitsMask = BitsWindow - 1;
 
 /*
- * The fixed tables of one search, allocated at once; all but the fewest bits
- * start zeroed.
+ * The fixed tables of one search, allocated at once; parts of them start
+ * zeroed (see optimalParse).
  *
  * The pair table holds, for each byte pair, two positions modulo 2^16: the
  * latest at which the pair ended (low half) and the first of the pair's
@@ -813,8 +820,23 @@ inline qsizetype unwrap(qsizetype i, quint32 p)
  */
 struct Best
 {
-    quint32 bits;
-    quint32 choice; // the band's longest length above 12 bits, the offset below; 0 for a literal
+    // The cheapest so far as one number, so that keeping it is one unsigned
+    // minimum: its cost above 32 bits, as the difference to a literal's plus
+    // Bias, which stays in range since any two costs compared lie within one
+    // longest sequence of each other; below, the offset above 17 bits and the
+    // band's longest length under them, both 0 for a literal. Equal costs
+    // then keep the choice offered first, as they must: the literal comes
+    // first, and the sequences come by growing offset, and at one offset by
+    // growing length.
+    static constexpr quint32 Bias = 0x80000000u;
+    quint64 key;
+    quint32 base; // subtracted from a cost: the literal's less Bias
+
+    explicit Best(quint32 literal) : key(quint64(Bias) << 32), base(literal - Bias) {}
+
+    quint32 bits() const { return quint32(key >> 32) + base; }
+    bool literal() const { return quint32(key) == 0; }
+    qint32 offset() const { return qint32((key >> 17) & 0xFFF); }
 
     // Costs the lengths from `from` to `to` at one offset for a sequence that
     // ends at i. A length replaces the choice only when strictly cheaper.
@@ -826,10 +848,11 @@ struct Best
         // but for bits[i - len]: the flag, the offset and the gamma code.
         const int band = 31 - int(qCountLeadingZeroBits(quint32(from - 1)));
         qsizetype top = qsizetype(2) << band;
-        quint32 fixed = quint32(countBits(int(offset), int(from)));
+        quint32 fixed = quint32(countBits(int(offset), int(from))) - base;
+        const quint64 at = quint64(offset) << 17;
         for (;;) {
             const qsizetype end = std::min(to, top);
-            take(fewest[(i - end) & BitsMask] + fixed, offset, end);
+            key = std::min(key, quint64(fewest[(i - end) & BitsMask] + fixed) << 32 | at | quint64(end));
             if (end == to)
                 return;
             top *= 2;
@@ -837,15 +860,11 @@ struct Best
         }
     }
 
-    // Whether one is cheaper or not is as good as random: no branch.
+    // The same for one length.
     void take(quint32 cost, qsizetype offset, qsizetype end)
     {
-        const quint32 cheaper = quint32(qint32(cost - bits) >> 31); // all ones or none
-        bits ^= (bits ^ cost) & cheaper;
-        choice ^= (choice ^ (quint32(end) << 12 | quint32(offset))) & cheaper;
+        key = std::min(key, quint64(cost - base) << 32 | quint64(offset) << 17 | quint64(end));
     }
-
-    qint32 offset() const { return qint32(choice & 0xFFF); }
 
     // The length of the sequence chosen: the shortest of its band whose
     // fewest bits before it are as few as those before the longest. Those
@@ -855,7 +874,7 @@ struct Best
     // before them are more, so the whole band can be searched.
     qint32 length(const quint32* fewest, qsizetype i) const
     {
-        const qint32 last = qint32(choice >> 12);
+        const qint32 last = qint32(key & 0x1FFFF);
         if (last <= 2)
             return last;
         const quint32 floor = fewest[(i - last) & BitsMask];
@@ -881,13 +900,45 @@ struct Candidates
     qsizetype skip;
     SearchTables* tables;
 
+    // The match length at an offset for a sequence that ends at i, at most
+    // cap, covering no position below lowest, from what is known about the
+    // offset and a comparison of what is not. Inline at each use: it is
+    // short where called most, on text.
+    Q_ALWAYS_INLINE qsizetype matchLength(qsizetype i, qsizetype lowest, qsizetype cap, qsizetype offset)
+    {
+        OffsetRun& run = tables->runs[offset];
+        const qsizetype stop = std::max(qsizetype(run.end) + 1, lowest);
+        const qsizetype fresh = equalBackward(in, i, offset, i - stop + 1);
+        if (fresh < i - stop + 1) {
+            run = {quint32(i - fresh + 1), quint32(i), true};
+            return fresh;
+        }
+        if (run.end == 0 || stop > qsizetype(run.end) + 1) {
+            run = {quint32(lowest), quint32(i), false};
+            return cap;
+        }
+        // Verified down to the known run: join them.
+        run.end = quint32(i);
+        if (qsizetype(run.start) <= lowest)
+            return cap;
+        if (!run.exact) {
+            const qsizetype below = qsizetype(run.start) - 1;
+            const qsizetype more = equalBackward(in, below, offset, below - lowest + 1);
+            run.exact = more < below - lowest + 1;
+            run.start = quint32(run.exact ? below - more + 1 : lowest);
+            if (!run.exact)
+                return cap;
+        }
+        return i - qsizetype(run.start) + 1;
+    }
+
     // The length of the match at the nearest offset. first is the first
-    // position of the pair's run, if it is still within reach.
+    // position of the pair's run, if it is still within reach; known is that
+    // length when the caller found it already, else 0.
     Q_NEVER_INLINE qsizetype search(qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3, quint32 hash4,
-                                    Best& best)
+                                    qsizetype known, Best& best)
     {
         const quint32* const bits = tables->bits;
-        OffsetRun* const runs = tables->runs;
         HashChain& chain3 = tables->chains[0];
         HashChain& chain4 = tables->chains[1];
 
@@ -895,34 +946,7 @@ struct Candidates
         const qsizetype lowest = i - cap + 1;                // lowest position a sequence may cover
         qsizetype reached = 1;                               // longest length costed so far
 
-        // The match length at an offset, at most cap, from what is known about
-        // the offset and a comparison of what is not.
-        const auto matchAt = [&](qsizetype offset) -> qsizetype {
-            OffsetRun& run = runs[offset];
-            const qsizetype stop = std::max(qsizetype(run.end) + 1, lowest);
-            const qsizetype fresh = equalBackward(in, i, offset, i - stop + 1);
-            if (fresh < i - stop + 1) {
-                run = {quint32(i - fresh + 1), quint32(i), true};
-                return fresh;
-            }
-            if (run.end == 0 || stop > qsizetype(run.end) + 1) {
-                run = {quint32(lowest), quint32(i), false};
-                return cap;
-            }
-            // Verified down to the known run: join them.
-            run.end = quint32(i);
-            if (qsizetype(run.start) <= lowest)
-                return cap;
-            if (!run.exact) {
-                const qsizetype below = qsizetype(run.start) - 1;
-                const qsizetype more = equalBackward(in, below, offset, below - lowest + 1);
-                run.exact = more < below - lowest + 1;
-                run.start = quint32(run.exact ? below - more + 1 : lowest);
-                if (!run.exact)
-                    return cap;
-            }
-            return i - qsizetype(run.start) + 1;
-        };
+        const auto matchAt = [&](qsizetype offset) { return matchLength(i, lowest, cap, offset); };
 
         // Costs the lengths from reached + 1 to len at this offset.
         const auto offer = [&](qsizetype offset, qsizetype len) {
@@ -930,15 +954,22 @@ struct Candidates
             reached = len;
         };
 
-        const qsizetype nearestLen = matchAt(i - nearest);
+        const qsizetype nearestLen = known ? known : matchAt(i - nearest);
         offer(i - nearest, nearestLen);
 
         HashChain* chain = reached >= 3 ? &chain4 : &chain3;
         quint32 c = chain->heads[reached >= 3 ? hash4 : hash3];
         while (c >= quint32(nearest)) // nearest itself, or nearer positions that only hash alike
-            c = chain->next[c & WindowMask];
-        while (c != 0 && reached < cap) {
-            if (i - qsizetype(c) > MaxOffset)
+            c = chain->link[c & WindowMask].next;
+        // Entries come latest first. One older than MaxOffset is out of
+        // reach, and one at a position below `reached` cannot match more
+        // than `reached` bytes: nor can any after it, so the walk ends at
+        // the first entry below `low`. Every entry walked has at least
+        // `reached` bytes before it.
+        const qsizetype reach = std::max<qsizetype>(i - MaxOffset, 1);
+        while (reached < cap) {
+            const quint32 low = quint32(std::max(reach, reached));
+            if (c < low)
                 break;
             if (chain == &chain3 && reached >= 3) {
                 // From here on only 4-byte matches count: go on along their
@@ -946,7 +977,7 @@ struct Candidates
                 chain = &chain4;
                 quint32 d = chain4.heads[hash4];
                 while (d > c)
-                    d = chain4.next[d & WindowMask];
+                    d = chain4.link[d & WindowMask].next;
                 c = d;
                 continue;
             }
@@ -954,21 +985,25 @@ struct Candidates
             // Entries that can neither match more than `reached` nor stand
             // in a stretch are passed in a loop of their own: on text most
             // entries are such.
-            const uchar want = in[i - reached];
-            while (chain->base[c & WindowMask] == c && (qsizetype(c) < reached || in[c - reached] != want)) {
-                c = chain->next[c & WindowMask];
-                if (c == 0 || i - qsizetype(c) > MaxOffset)
+            const uchar* const back = in - reached; // back[c] is the byte reached before c
+            const uchar want = back[i];
+            const HashChain::Link* const link = chain->link;
+            HashChain::Link entry = link[c & WindowMask];
+            while (entry.base == c && back[c] != want) {
+                c = entry.next;
+                if (c < low)
                     break;
+                entry = link[c & WindowMask];
             }
-            if (c == 0 || i - qsizetype(c) > MaxOffset)
+            if (c < low)
                 break;
             const qsizetype offset = i - qsizetype(c);
-            quint32 next = chain->next[c & WindowMask];
+            quint32 next = entry.next;
 
             // Only a match longer than `reached` counts, and that needs this
             // byte to match first.
             const qsizetype x = i - reached;
-            if (x >= offset && in[x] == in[x - offset]) {
+            if (in[x] == in[x - offset]) {
                 const qsizetype len = matchAt(offset);
                 if (len > reached)
                     offer(offset, len);
@@ -982,13 +1017,13 @@ struct Candidates
             // one period, unless both depths are equal. Those matches only
             // fall as the entries go deeper, so none of them beats c, except
             // the one entry whose depth equals `here`.
-            const quint32 b = chain->base[c & WindowMask];
+            const quint32 b = entry.base;
             if (b != c && reached < cap) {
                 const qsizetype period = qsizetype(c) - qsizetype(next);
                 const qsizetype here = matchAt(period);
                 if (here < cap) {
                     const qsizetype deeper = equalBackward(in, b, period, here + 1);
-                    next = i - qsizetype(b) <= MaxOffset ? chain->next[b & WindowMask] : 0;
+                    next = i - qsizetype(b) <= MaxOffset ? chain->link[b & WindowMask].next : 0;
                     if (deeper <= here) {
                         const qsizetype gap = qsizetype(c - b) + deeper - here;
                         if (gap > 0 && (period == 1 || gap % period == 0))
@@ -1023,11 +1058,21 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
     std::unique_ptr<SearchTables, FreeDeleter> tables(static_cast<SearchTables*>(std::malloc(sizeof(SearchTables))));
     if (!tables)
         return 0;
-    // The fewest bits are only read where they were written, from skip on:
-    // left as they come, they cost a short input nothing.
-    std::memset(tables->pairs, 0, sizeof(tables->pairs));
+    // Only what is read before it is written starts zeroed. The fewest bits
+    // are only read where they were written, from skip on, and a chain's
+    // links only for entries reached from its heads, which were all entered.
+    // Of the pair table only the entries of pairs in the input are read: on
+    // a short input, zeroing just those spares the whole table's pages.
     std::memset(tables->runs, 0, sizeof(tables->runs));
-    std::memset(tables->chains, 0, sizeof(tables->chains));
+    for (HashChain& chain : tables->chains)
+        std::memset(chain.heads, 0, sizeof(chain.heads));
+    const qsizetype from = std::max<qsizetype>(1, skip - MaxOffset);
+    if (size - from < ShortInput) {
+        for (qsizetype i = from; i < size; ++i)
+            tables->pairs[quint32(in[i - 1]) << 8 | in[i]] = 0;
+    } else {
+        std::memset(tables->pairs, 0, sizeof(tables->pairs));
+    }
     quint32* const pairs = tables->pairs;
     quint32* const bits = tables->bits;
     HashChain& chain3 = tables->chains[0];
@@ -1053,8 +1098,10 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
     // holds every candidate that could match more, each tested at the one
     // byte it would need, and the run's first occurrence. Answers the
     // nearest match's length, or 0 when the search has to decide.
+    // When it gives up after measuring that match, its length goes to known,
+    // so that the search need not measure it again.
     const auto shortMatch = [&](qsizetype i, qsizetype nearest, qsizetype first, quint32 hash3, quint32 hash4,
-                                Best& best) -> qsizetype {
+                                qsizetype& known, Best& best) -> qsizetype {
         if (nearest < 7)
             return 0;
         const quint64 diff = qFromUnaligned<quint64>(in + i - 7) ^ qFromUnaligned<quint64>(in + nearest - 7);
@@ -1063,16 +1110,22 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         const qsizetype cap = std::min<qsizetype>(MaxLength, i - skip);
         const qsizetype len = std::min<qsizetype>(qCountLeadingZeroBits(diff) >> 3, cap);
         if (len < cap) {
+            known = len;
             const uchar next = in[i - len];
             const HashChain& chain = tables->chains[len > 2];
             quint32 c = chain.heads[(len > 2 ? hash4 : hash3) & ((quint32(1) << HeadBits) - 1)];
             while (c >= quint32(nearest))
-                c = chain.next[c & WindowMask];
-            for (int steps = 0; c != 0 && i - qsizetype(c) <= MaxOffset; c = chain.next[c & WindowMask]) {
-                if (++steps > 8 || (qsizetype(c) >= len && in[c - len] == next))
+                c = chain.link[c & WindowMask].next;
+            // As in the search, no entry below `low` can match more.
+            const quint32 low = quint32(std::max(std::max<qsizetype>(i - MaxOffset, 1), len));
+            for (int steps = 0; c >= low; c = chain.link[c & WindowMask].next) {
+                if (++steps > 8 || in[c - len] == next)
                     return 0;
             }
-            if (first < nearest && i - first <= MaxOffset && first >= len && in[first - len] == next)
+            // Whether the first of the run is out of reach is as good as
+            // random: tested without a branch, on a byte that always exists.
+            const qsizetype at = std::max<qsizetype>(first - len, 0);
+            if ((first < nearest) & (first >= qsizetype(low)) & (in[at] == next))
                 return 0;
         }
         if (len == 2)
@@ -1125,27 +1178,32 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
         }
 
         pairs[pair] = (entry & 0xFFFF0000) | quint32(i & 0xFFFF);
-        const quint32 hash3 = HashChain::hash(key3(in, i));
-        const quint32 hash4 = i >= 3 ? HashChain::hash(key4(in, i)) : 0;
-        Best best{previousBits + 9, 0}; // a literal, unless a sequence is cheaper
+        // The last four bytes in one load, of which the last three are the
+        // 3-byte key; near the start, only those three.
+        const quint32 last4 = i >= 3 ? key4(in, i) : key3(in, i) << 8;
+        const quint32 hash3 = HashChain::hash(last4 >> 8);
+        const quint32 hash4 = i >= 3 ? HashChain::hash(last4) : 0;
+        Best best(previousBits + 9); // a literal, unless a sequence is cheaper
         // The bytes from nearest + 1 to i repeat those (i - nearest) earlier:
         // i may continue the stretch of nearest.
         bool periodic = false;
         if (i - skip >= 2) {
             const qsizetype first = unwrap(i, entry >> 16);
-            qsizetype nearestLen = shortMatch(i, nearest, first, hash3, hash4, best);
+            qsizetype known = 0;
+            qsizetype nearestLen = shortMatch(i, nearest, first, hash3, hash4, known, best);
             if (nearestLen == 0)
-                nearestLen = candidates.search(i, nearest, first, hash3, hash4, best);
+                nearestLen = candidates.search(i, nearest, first, hash3, hash4, known, best);
             periodic = nearestLen >= i - nearest;
         }
         chain3.insert(i, hash3, periodic, quint32(nearest));
         if (i >= 3)
             chain4.insert(i, hash4, periodic, quint32(nearest));
 
-        const qint32 len = best.choice ? best.length(bits, i) : 0;
-        bits[i & BitsMask] = best.bits;
-        total += quint64(qint64(qint32(best.bits - previousBits)));
-        previousBits = best.bits;
+        const qint32 len = best.literal() ? 0 : best.length(bits, i);
+        const quint32 fewest = best.bits();
+        bits[i & BitsMask] = fewest;
+        total += quint64(qint64(qint32(fewest - previousBits)));
+        previousBits = fewest;
         sink.put(i, total, best.offset(), len);
     }
     return total;
