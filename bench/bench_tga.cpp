@@ -14,6 +14,8 @@
 
 #include <QtCore/QRandomGenerator>
 
+#include "benchrates.h"
+
 #include <benchmark/benchmark.h>
 
 #define STB_IMAGE_IMPLEMENTATION
@@ -125,38 +127,22 @@ void decodeWithStb(benchmark::State& state, const QByteArray& file)
 }
 
 // Prints the usual table, then each file's two rates and their ratio.
-class RatioReporter : public benchmark::ConsoleReporter
+class RatioReporter : public TWBench::MedianRates
 {
 public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            const bool aggregate = run.run_type == Run::RT_Aggregate;
-            if ((aggregate && run.aggregate_name != "median") || (!aggregate && run.repetitions > 1) || run.error_occurred)
-                continue;
-            const std::string& name = run.run_name.function_name; // "<file>/<decoder>"
-            const auto slash = name.rfind('/');
-            const auto rate = run.counters.find("Mpx/s");
-            if (rate != run.counters.end())
-                _rates[name.substr(0, slash)][name.substr(slash + 1)] = rate->second.value;
-        }
-    }
+    RatioReporter() : MedianRates("Mpx/s") {}
 
     void Finalize() override
     {
         ConsoleReporter::Finalize();
         std::printf("\n%-22s %12s %12s %8s\n", "file", "TWImageExt", "stb_image", "ratio");
-        for (const auto& [file, rates] : _rates) {
+        for (const auto& [file, rates] : bySide()) { // "<file>/<decoder>"
             const auto ours = rates.find("TWImageExt"), theirs = rates.find("stb_image");
             if (ours != rates.end() && theirs != rates.end())
                 std::printf("%-22s %8.0f Mpx/s %6.0f Mpx/s %7.2fx\n", file.c_str(), ours->second, theirs->second,
                             ours->second / theirs->second);
         }
     }
-
-private:
-    std::map<std::string, std::map<std::string, double>> _rates;
 };
 
 } // namespace

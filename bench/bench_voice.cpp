@@ -13,6 +13,8 @@
 #include <QtCore/QRandomGenerator>
 #include <QtCore/qmath.h>
 
+#include "benchrates.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -100,21 +102,6 @@ void BM_DurationResolution(benchmark::State& state)
     state.SetComplexityN(pieces);
 }
 
-// The console output, and the median of items per second of each row.
-class RatioReporter : public benchmark::ConsoleReporter
-{
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            const auto rate = run.counters.find("items_per_second");
-            if (rate != run.counters.end() && (run.aggregate_name == "median" || run.aggregate_name.empty()))
-                medians[run.run_name.function_name] = rate->second.value;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> medians;
-};
 
 } // namespace
 
@@ -140,13 +127,13 @@ int main(int argc, char** argv)
     benchmark::Initialize(&count, args.data());
     if (benchmark::ReportUnrecognizedArguments(count, args.data()))
         return 1;
-    RatioReporter reporter;
+    TWBench::MedianRates reporter("items_per_second");
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
 
-    const auto library = reporter.medians.find("BM_VoicesToAudioSample");
-    const auto floor = reporter.medians.find("BM_SinFloor");
-    if (library != reporter.medians.end() && floor != reporter.medians.end())
+    const auto library = reporter.rates.find("BM_VoicesToAudioSample");
+    const auto floor = reporter.rates.find("BM_SinFloor");
+    if (library != reporter.rates.end() && floor != reporter.rates.end())
         std::printf("\nvoicesToAudioSample / std::sin floor: %.1f M / %.1f M samples/s = %.2f\n",
                     library->second / 1e6, floor->second / 1e6, library->second / floor->second);
     return 0;

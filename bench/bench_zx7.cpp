@@ -21,6 +21,8 @@
 #include <QtCore/QList>
 #include <QtCore/QRandomGenerator>
 
+#include "benchrates.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -216,31 +218,19 @@ QString loadAverage()
 }
 
 // Prints the usual table, then each input's two rates and their ratio.
-class RatioReporter : public benchmark::ConsoleReporter
+class RatioReporter : public TWBench::MedianRates
 {
 public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            const bool aggregate = run.run_type == Run::RT_Aggregate;
-            if ((aggregate && run.aggregate_name != "median") || (!aggregate && run.repetitions > 1) || run.error_occurred)
-                continue;
-            const std::string& name = run.run_name.function_name; // "peer/<input>/<encoder>"
-            const auto slash = name.rfind('/');
-            const auto rate = run.counters.find("MB/s");
-            if (name.rfind("peer/", 0) == 0 && rate != run.counters.end())
-                _rates[name.substr(5, slash - 5)][name.substr(slash + 1)] = rate->second.value;
-        }
-    }
+    RatioReporter() : MedianRates("MB/s") {}
 
     void Finalize() override
     {
         ConsoleReporter::Finalize();
-        if (_rates.empty())
+        const auto grouped = bySide("peer/"); // "peer/<input>/<encoder>"
+        if (grouped.empty())
             return;
         std::printf("\n%-20s %10s %10s %10s %8s\n", "input", "bytes", "reference", "TWZX7", "ratio");
-        for (const auto& [input, rates] : _rates) {
+        for (const auto& [input, rates] : grouped) {
             const auto theirs = rates.find("reference"), ours = rates.find("TWZX7");
             if (ours != rates.end() && theirs != rates.end())
                 std::printf("%-20s %10lld %5.1f MB/s %5.1f MB/s %7.2fx\n", input.c_str(), sizes[input], theirs->second,
@@ -251,9 +241,6 @@ public:
 
     std::map<std::string, long long> sizes;
     QString loadBefore = loadAverage();
-
-private:
-    std::map<std::string, std::map<std::string, double>> _rates;
 };
 
 } // namespace
