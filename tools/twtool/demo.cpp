@@ -40,6 +40,15 @@ void say(const QString& text)
     Tool::out(text.isEmpty() ? text : QStringLiteral("  ") + text);
 }
 
+bool writeFile(const QString& path, const QByteArray& data)
+{
+    QString error;
+    if (Tool::saveFile(path, data, error))
+        return true;
+    say(error);
+    return false;
+}
+
 int runDemoCommand(const QStringList& arguments)
 {
     QCommandLineParser parser;

@@ -1,6 +1,7 @@
 #ifndef TWTOOL_DEMO_H
 #define TWTOOL_DEMO_H
 
+#include <QtCore/QByteArray>
 #include <QtCore/QDir>
 #include <QtCore/QString>
 
@@ -17,6 +18,9 @@ struct DemoContext
 
 /*! Prints the text with a step's indentation. */
 void say(const QString& text = QString());
+
+/*! Writes a step's file through the tool's checked save; says why when it fails. */
+bool writeFile(const QString& path, const QByteArray& data);
 
 // Steps, in the order of the tour. Each returns true when it went as expected.
 bool demoObjectsAndLogger(DemoContext& context);

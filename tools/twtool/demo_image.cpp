@@ -1,4 +1,3 @@
-#include "commandline.h"
 #include "demo.h"
 
 #include <twimageext.h>
@@ -70,12 +69,6 @@ QByteArray tgaFile(const QImage& image, bool rle)
         i += n;
     }
     return file;
-}
-
-bool writeFile(const QString& path, const QByteArray& data)
-{
-    QString error;
-    return Tool::saveFile(path, data, error);
 }
 
 } // namespace

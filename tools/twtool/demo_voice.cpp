@@ -1,5 +1,4 @@
 #include "demo.h"
-#include "commandline.h"
 #include "wavfile.h"
 
 #include <twvoiceutils.h>
@@ -68,11 +67,8 @@ bool demoVoices(DemoContext& context)
     double seconds = 0;
     const QByteArray samples = TWVoiceUtils::voicesToAudioSample(tune, rate, 16, true, &seconds);
     const QString path = dir.filePath(QStringLiteral("tune.wav"));
-    QString error;
-    if (!Tool::saveFile(path, Wav::file(samples, rate, 16), error)) {
-        say(error);
+    if (!writeFile(path, Wav::file(samples, rate, 16)))
         return false;
-    }
 
     // Read back from the file: the first tone's pitch as the samples have it.
     QFile file(path);

@@ -1,4 +1,3 @@
-#include "commandline.h"
 #include "demo.h"
 
 #include <twzx7.h>
@@ -52,12 +51,6 @@ QByteArray generatedPicture()
         }
     }
     return rgb;
-}
-
-bool writeFile(const QString& path, const QByteArray& data)
-{
-    QString error;
-    return Tool::saveFile(path, data, error);
 }
 
 } // namespace
