@@ -6,7 +6,8 @@
 // The rows peer/<input>/reference and peer/<input>/TWZX7 compress the same
 // bytes with the classic optimal encoder (tests/support/twzx7reference.h) and
 // with TWZX7::compress, one after the other: the files of the shared corpus
-// when it is there, and 1 MiB of random bytes and of smooth pixels. Run them
+// when it is there, and 1 MiB each of random bytes, of smooth 24-bit pixels
+// and of a smooth 8-bit grey picture. Run them
 // with --benchmark_filter=peer/ --benchmark_repetitions=5
 // --benchmark_enable_random_interleaving=true to mix the rows further; at the
 // end each input's two rates in MB/s and their ratio are printed (medians when
@@ -117,6 +118,19 @@ QByteArray smoothPixels(QRandomGenerator& rng, qsizetype size)
         default: v = 110 + 70 * std::cos((x + y) / 61); break;
         }
         out[k] = char(int(v) + (rng.bounded(8) == 0 ? 1 : 0));
+    }
+    return out;
+}
+
+// One channel of 8 bits, 1024 pixels wide, of the first channel's waves:
+// a grey picture, whose pairs repeat far more than the interleaved channels'.
+QByteArray smoothGrey(QRandomGenerator& rng, qsizetype size)
+{
+    QByteArray out(size, '\0');
+    const int width = 1024;
+    for (qsizetype k = 0; k < size; ++k) {
+        const double x = double(k % width), y = double(k / width);
+        out[k] = char(int(128 + 90 * std::sin(x / 53 + y / 71)) + (rng.bounded(8) == 0 ? 1 : 0));
     }
     return out;
 }
@@ -266,6 +280,8 @@ int main(int argc, char** argv)
         std::printf("no corpus in %s: generated inputs only\n", TW_CORPUS_DIR);
     inputs.append({QStringLiteral("random_1MiB"), input(Random, qsizetype(1) << 20)});
     inputs.append({QStringLiteral("pixels_1MiB"), input(Pixels, qsizetype(1) << 20)});
+    QRandomGenerator greyRng(20240601u + 5);
+    inputs.append({QStringLiteral("grey_1MiB"), smoothGrey(greyRng, qsizetype(1) << 20)});
 
     // The two encoders must agree before their speeds mean anything.
     for (const auto& [name, data] : inputs) {
