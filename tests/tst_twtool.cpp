@@ -1,9 +1,27 @@
+#include "twimagebuilders.h"
 #include "twtestsupport.h"
+
+#include <twzx7.h>
 
 #include <QtCore/QDir>
 #include <QtTest/QTest>
 
+#include <sys/stat.h>
+
 using TWTest::runTool;
+
+namespace {
+
+// What every file of \a dir holds, by name.
+QMap<QString, QByteArray> contents(const TWTest::TempWorkDir& dir)
+{
+    QMap<QString, QByteArray> out;
+    for (const QString& name : dir.files())
+        out.insert(name, dir.readFile(name));
+    return out;
+}
+
+} // namespace
 
 // Runs the built twtool as a child process, each time in a fresh folder.
 class TstTWTool : public QObject
@@ -11,39 +29,127 @@ class TstTWTool : public QObject
     Q_OBJECT
 
 private slots:
-    void usageAndHelp_data()
+    // Usage, help and every command's refusals, run against one folder of inputs.
+    void runs_data()
     {
         QTest::addColumn<QString>("arguments");
         QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QByteArray>("stdoutHas");
-        QTest::addColumn<QByteArray>("stderrHas");
-        QTest::newRow("no command") << "" << 2 << QByteArray() << QByteArray("Usage: twtool");
-        QTest::newRow("tool help") << "--help" << 0 << QByteArray("Commands:") << QByteArray();
-        QTest::newRow("version") << "--version" << 0 << QByteArray("twtool 1.") << QByteArray();
-        QTest::newRow("unknown command") << "frobnicate" << 2 << QByteArray() << QByteArray("unknown command 'frobnicate'");
-        QTest::newRow("log help") << "log --help" << 0 << QByteArray("Usage: twtool log [options] MESSAGE...") << QByteArray();
-        QTest::newRow("demo help") << "demo --help" << 0 << QByteArray("--out <DIR>") << QByteArray();
-        QTest::newRow("unknown option") << "log --bogus x" << 2 << QByteArray() << QByteArray("twtool log: Unknown option 'bogus'.");
-        QTest::newRow("no message") << "log" << 2 << QByteArray() << QByteArray("no message given");
-        QTest::newRow("bad level") << "log --level loud x" << 2 << QByteArray() << QByteArray("unknown level 'loud'");
-        QTest::newRow("number that is no level") << "log --level 101 x" << 2 << QByteArray() << QByteArray("or a number from 0 to 4");
-        QTest::newRow("bad size") << "log --max-size big x" << 2 << QByteArray() << QByteArray("--max-size takes a number");
-        QTest::newRow("size 0") << "log --max-size 0 x" << 2 << QByteArray() << QByteArray("a number from 1 to");
-        QTest::newRow("no suffix") << "log --file noext x" << 2 << QByteArray() << QByteArray("--file needs a name and a suffix");
-        QTest::newRow("no name") << "log --file .hidden x" << 2 << QByteArray() << QByteArray("--file needs a name and a suffix");
+        QTest::addColumn<QString>("shown"); // on standard output after a success, on standard error otherwise
+        QTest::addColumn<QString>("warned"); // on standard error as well
+        const auto row = [](const char* name, const QString& arguments, int exitCode, const char* shown, const char* warned = "") {
+            QTest::newRow(name) << arguments << exitCode << QString::fromUtf8(shown) << QString::fromUtf8(warned);
+        };
+        row("no command", "", 2, "Usage: twtool");
+        row("tool help", "--help", 0, "Commands:");
+        row("version", "--version", 0, "twtool 1.");
+        row("unknown command", "frobnicate", 2, "unknown command 'frobnicate'");
+        row("log help", "log --help", 0, "Usage: twtool log [options] MESSAGE...");
+        row("demo help", "demo --help", 0, "--out <DIR>");
+        row("log: unknown option", "log --bogus x", 2, "twtool log: Unknown option 'bogus'.");
+        row("log: no message", "log", 2, "no message given");
+        row("log: bad level", "log --level loud x", 2, "unknown level 'loud'");
+        row("log: number that is no level", "log --level 101 x", 2, "or a number from 0 to 4");
+        row("log: bad size", "log --max-size big x", 2, "--max-size takes a number");
+        row("log: size 0", "log --max-size 0 x", 2, "a number from 1 to");
+        row("log: no suffix", "log --file noext x", 2, "--file needs a name and a suffix");
+        row("log: no name", "log --file .hidden x", 2, "--file needs a name and a suffix");
+
+        row("config: str", "config example.ini MainLog.LogFilePath", 0, "myapp.log\n");
+        row("config: absent key gives the default", "config example.ini Nope --default x", 0, "x\n");
+        row("config: strlist", "config example.ini Worker.RetryDelays --type strlist", 0, "100\n500\n2000\n");
+        row("config: bad number warns", "config example.ini MainLog.LogConsoleOutput --type uint --default 7", 0, "7\n",
+            "\"false\" is not a valid unsigned integer value! Used value: 7");
+        row("config: range", "config example.ini Worker.Ports --type range:uint", 0, "range: yes\n8000\n8010\n");
+        row("config: range that does not parse", "config example.ini MainLog.LogAcceptedLevels --type range:int", 1,
+            "Value = \"WARNING\"");
+        row("config: default that does not fit", "config example.ini Nope --type int --default x", 2, "does not fit");
+
+        row("zx7: no action", "zx7", 2, "compress or decompress");
+        row("zx7: unknown action", "zx7 pack packed.zx7", 2, "'pack'");
+        row("zx7: no .zx7 and no OUT", "zx7 decompress plain.txt", 2, "give OUT");
+        row("zx7: limit on compress", "zx7 compress --max-size 10 plain.txt", 2, "decompress only");
+        row("zx7: limit of 0", "zx7 decompress --max-size 0 packed.zx7", 2, "--max-size");
+        row("zx7: missing input", "zx7 compress absent", 1, "cannot read 'absent'");
+        row("zx7: empty input", "zx7 compress empty", 1, "empty");
+        row("zx7: cut stream", "zx7 decompress cut.zx7", 1, "not a complete ZX7 stream");
+        row("zx7: over the limit", "zx7 decompress --max-size 100 packed.zx7 out", 1, "more than 100 (see --max-size)");
+        row("zx7: FIFO", "zx7 compress fifo out", 1, "'fifo' is not a regular file");
+        row("zx7: device", "zx7 decompress /dev/zero out", 1, "'/dev/zero' is not a regular file");
+
+        row("voice: text", "voice text tones.txt N={c};\\n{f},{d},{v};", 0, "N=2;\n440.000,0.500,100;880.000,0.250,64;\n");
+        row("voice: no action", "voice", 2, "say render or text");
+        row("voice: bits", "voice render tones.txt x.wav --bits 24", 2, "--bits takes 8, 16, 32 or float");
+        row("voice: min alone", "voice render tones.txt x.wav --min 0.1", 2, "go together");
+        row("voice: missing tones", "voice render absent.txt x.wav", 1, "Couldn't open file: 'absent.txt'!");
+        row("voice: bad line", "voice render bad.txt x.wav", 1, "bad.txt:3: 'loud' is no velocity");
+        row("voice: bad table", "voice render tones.txt x.wav --table bad.txt", 1, "Invalid format in line: 1! File: 'bad.txt'");
+        row("voice: missing table", "voice text tones.txt {f} --table absent.txt", 1,
+            "Couldn't load frequency table file: 'absent.txt'! Couldn't open file");
+        row("voice: over 4 GiB", "voice render long.txt x.wav", 1, "more than a WAV file holds");
+
+        row("image: no action", "image", 2, "say convert, info, ascii, split or palette");
+        row("image: unknown action", "image show in.tga", 2, "unknown action 'show'");
+        row("image: no OUT", "image convert in.tga", 2, "convert takes IN and OUT");
+        row("image: unwritable format", "image convert in.tga out.tga", 2, "use one of:");
+        row("image: option of another action", "image info --chars ab in.tga", 2, "ascii only");
+        row("image: width of 0", "image ascii --width 0 in.tga", 2, "--width");
+        row("image: tile of 0", "image split in.tga 0 4 tiles", 2, "above 0");
+        row("image: missing input", "image info absent.tga", 1, "Couldn't open file: 'absent.tga'!");
+        row("image: cut TGA", "image convert cut.tga out.png", 1, "Couldn't read TGA pixel data! TGA header: IDLength: 0;");
+        row("image: unknown bytes", "image info junk.png", 1, "Unsupported image format!");
+        row("image: too many tiles", "image split in.tga 1 1 tiles", 1, "more than 10000");
+        row("image: missing folder", "image convert in.tga no/such/out.png", 1, "cannot write 'no/such/out.png'");
+        row("palette: no --palette", "image palette in.tga out.png", 2, "palette needs --palette");
+        row("palette: unknown", "image palette in.tga out.png --palette nope", 1, "'nope' is neither a palette file nor a built-in palette");
+        row("palette: bad file", "image palette in.tga out.png --palette junk.png", 1, "File: 'junk.png' is not a RIFF document!");
+        row("palette: no colours", "image palette in.tga out.png --palette empty.pal", 1, "has no colours");
+        row("palette: fill without patterns", "image palette in.tga out.png --palette cga --no-pattern-fill", 2, "goes with --patterned");
+        row("palette: skip a built-in", "image palette in.tga out.png --palette cga --skip-first", 2, "palette files only");
+        row("palette: option elsewhere", "image info in.tga --dither", 2, "--dither applies to palette only");
+        row("palette: cut TGA", "image palette cut.tga out.png --palette bw", 1, "Couldn't read TGA pixel data!");
+
+        const QString font = QStringLiteral("font sheet.png chars.txt ");
+        row("font: no -f", font + "4 4 A old.png", 1, "'old.png' exists; use -f");
+        row("font: bad chartable", "font sheet.png badchars.txt 4 4 A out.png", 1, "Invalid index: 7 in line: 2! The index must be 0-1");
+        row("font: missing sheet", "font absent.png chars.txt 4 4 A out.png", 1, "Couldn't load font bitmap file: 'absent.png'! Couldn't open file");
+        row("font: missing chartable", "font sheet.png absent.txt 4 4 A out.png", 1, "Couldn't load chartable file: 'absent.txt'!");
+        row("font: cell does not fit", font + "3 4 A out.png", 1, "Font image size: 8x4 does not fit font size: 3x4!");
+        row("font: cell of 0", font + "0 4 A out.png", 2, "CELLW and CELLH");
+        row("font: bad colour", font + "4 4 A out.png --color nocolour", 2, "--color takes a colour");
+        row("font: missing folder", font + "4 4 A no/out.png", 1, "cannot write 'no/out.png'");
+        row("font: too large", font + "4 4 " + QString(5000, u'A') + " out.png", 1, "more than this tool draws");
     }
 
-    void usageAndHelp()
+    // Each run exits with its code and texts, and leaves the folder as it was.
+    void runs()
     {
         QFETCH(QString, arguments);
-        QFETCH(QByteArray, stdoutHas);
-        QFETCH(QByteArray, stderrHas);
+        QFETCH(int, exitCode);
+        QFETCH(QString, shown);
+        QFETCH(QString, warned);
         TWTest::TempWorkDir dir;
+        const QByteArray sample = QByteArray("Sing a song of sixpence, a pocket full of rye. ").repeated(40);
+        const QByteArray packed = TW::TWZX7::compress(sample, 0);
+        QVERIFY(dir.writeFile(QStringLiteral("plain.txt"), sample) && dir.writeFile(QStringLiteral("packed.zx7"), packed));
+        QVERIFY(dir.writeFile(QStringLiteral("cut.zx7"), packed.left(packed.size() / 2)) && dir.writeFile(QStringLiteral("empty")));
+        QVERIFY(::mkfifo("fifo", 0600) == 0);
+        QVERIFY(dir.writeFile(QStringLiteral("tones.txt"), "# A and its octave\n440 0.5 100\n\nn81 0.25 64  # high A\n"));
+        QVERIFY(dir.writeFile(QStringLiteral("long.txt"), "440 50000 1") && dir.writeFile(QStringLiteral("bad.txt"), "# comment\n440 1 100\nn60 1 loud\n"));
+        QImage grey(200, 100, QImage::Format_RGB888), sheet(8, 4, QImage::Format_RGB32);
+        grey.fill(Qt::gray);
+        sheet.fill(Qt::black);
+        const QByteArray tga = TWTest::tgaFile(grey, false, false);
+        QVERIFY(dir.writeFile(QStringLiteral("in.tga"), tga) && dir.writeFile(QStringLiteral("cut.tga"), tga.left(1000)));
+        QVERIFY(dir.writeFile(QStringLiteral("junk.png"), "not a picture, nor a palette"));
+        QVERIFY(dir.writeFile(QStringLiteral("empty.pal"), TWTest::riffPalette(TWTest::riffChunk("data", ""))));
+        QVERIFY(sheet.save(dir.filePath(QStringLiteral("sheet.png"))) && dir.writeFile(QStringLiteral("chars.txt"), "A\t0\nB\t1\n"));
+        QVERIFY(dir.writeFile(QStringLiteral("badchars.txt"), "A\t0\nB\t7\n"));
+        QVERIFY(dir.writeFile(QStringLiteral("old.png"), "keep") && QFile::copy(QStringLiteral(TW_EXAMPLE_INI), QStringLiteral("example.ini")));
+        const auto before = contents(dir);
         const auto result = runTool(arguments, dir.path());
-        QTEST(result.exitCode, "exitCode");
-        QVERIFY2(result.out.contains(stdoutHas), result.out.constData());
-        QVERIFY2(result.err.contains(stderrHas), result.err.constData());
-        QCOMPARE(dir.files(), QStringList()); // usage errors write nothing
+        QVERIFY(TWTest::ended(result, exitCode, shown.toUtf8()));
+        QVERIFY2(result.err.contains(warned.toUtf8()), result.err.constData());
+        QVERIFY(contents(dir) == before);
     }
 
     void logWritesNumberedFiles()
@@ -63,17 +169,30 @@ private slots:
         QCOMPARE(result.out, QByteArray());
         const QByteArray second = dir.readFile(QStringLiteral("logs/app_0001.log"));
         QVERIFY(second.count("\r\n") == 2 && second.contains("DEBUG    - details "));
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("log --quiet --dir missing lost"), dir.path()), 1, "1 of 1 lines could not be written"));
+    }
 
-        result = runTool(QStringLiteral("log --quiet --dir missing lost"), dir.path());
-        QVERIFY(result.exitCode == 1 && result.err.contains("1 of 1 lines could not be written"));
+    // The file turns the echo off and keeps warnings only; a separator of its
+    // own makes each start begin a new number.
+    void logWithConfig()
+    {
+        TWTest::TempWorkDir dir;
+        QVERIFY(QDir().mkdir(QStringLiteral("logs")));
+        QVERIFY(dir.writeFile(QStringLiteral("t.ini"), "T.LogFilePath = logs/t.log\nT.LogLineEndSeparator = |\n"
+                                                       "T.LogConsoleOutput = false\nT.LogAcceptedLevels = WARNING\n"));
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("log --config t.ini --name T --level warning kept"), dir.path()), 0, ""));
+        QCOMPARE(runTool(QStringLiteral("log --config t.ini --name T dropped"), dir.path()).out, QByteArray());
+        QCOMPARE(QDir(QStringLiteral("logs")).entryList(QDir::Files), QStringList({"t_0000.log", "t_0001.log"}));
+        QVERIFY(dir.readFile(QStringLiteral("logs/t_0000.log")).contains("WARNING  - kept"));
+        QCOMPARE(dir.readFile(QStringLiteral("logs/t_0001.log")), QByteArray());
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("log --config none.ini x"), dir.path()), 1, "Config file not found!"));
     }
 
     void demoRunsTheTour()
     {
         TWTest::TempWorkDir dir;
         const auto result = runTool(QStringLiteral("demo --out tour"), dir.path());
-        QVERIFY2(result.exitCode == 0, result.out.constData());
-        QVERIFY(result.out.contains("Tour done"));
+        QVERIFY(TWTest::ended(result, 0, "Tour done"));
         QVERIFY(!result.out.contains("!!"));
         QVERIFY(QFile::exists(QStringLiteral("tour/objects/twoutput_0000.log")));
         QCOMPARE(dir.files(), QStringList()); // the logs stay in the tour's folder

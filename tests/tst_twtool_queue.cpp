@@ -5,43 +5,9 @@
 #include <QtCore/QSet>
 #include <QtTest/QTest>
 
-#ifdef Q_OS_LINUX
-#  include <sys/mount.h>
-#  include <unistd.h>
-#else
-#  define MS_RDONLY 1 // nothing is mounted there
-#endif
-
 using TWTest::runTool;
 
 namespace {
-
-/*! A small tmpfs on a temporary folder while it lives: mounted only for root on Linux. */
-class TmpfsMount
-{
-public:
-    explicit TmpfsMount(const char* options, unsigned long flags = 0)
-    {
-#ifdef Q_OS_LINUX
-        _mounted = geteuid() == 0 && ::mount("tmpfs", QFile::encodeName(path()).constData(), "tmpfs", flags, options) == 0;
-#endif
-        Q_UNUSED(options)
-        Q_UNUSED(flags)
-    }
-    ~TmpfsMount()
-    {
-#ifdef Q_OS_LINUX
-        if (_mounted)
-            ::umount(QFile::encodeName(path()).constData());
-#endif
-    }
-    bool mounted() const { return _mounted; }
-    QString path() const { return _dir.path(); }
-
-private:
-    QTemporaryDir _dir;
-    bool _mounted = false;
-};
 
 // The data of every record in the cache files of \a dir.
 QStringList recordData(const QString& dir)
@@ -120,15 +86,13 @@ private slots:
             popped += poppedData(result.out);
         }
         QCOMPARE(popped, items);
-        const auto empty = queue(QStringLiteral("pop q"));
-        QVERIFY(empty.exitCode == 1 && empty.err.contains("no item is reachable"));
+        QVERIFY(TWTest::ended(queue(QStringLiteral("pop q")), 1, "no item is reachable"));
         QCOMPARE(QDir(QStringLiteral("q")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
         QCOMPARE(queue(QStringLiteral("push q a|TWQ|b")).exitCode, 2);
         QCOMPARE(dir.files(), QStringList()); // no log file in the current folder
 
-        const auto demo = queue(QStringLiteral("demo --items 300 --bound 10 --dir d"));
-        QVERIFY2(demo.exitCode == 0, demo.out.constData());
-        QVERIFY(demo.out.contains("each item settled at most once: yes; every item settled or in the read-ahead batch: yes"));
+        QVERIFY(TWTest::ended(queue(QStringLiteral("demo --items 300 --bound 10 --dir d")), 0,
+                              "each item settled at most once: yes; every item settled or in the read-ahead batch: yes"));
         QCOMPARE(QDir(QStringLiteral("d")).entryList(QDir::Files), QStringList());
     }
 
@@ -153,12 +117,10 @@ private slots:
         QFETCH(int, pops);
         TWTest::TempWorkDir dir;
         QVERIFY(QDir().mkdir(QStringLiteral("q")) && dir.writeFile(QStringLiteral("q/20200101000000000_20200101000000000_000.cache"), content));
-        const auto count = runTool(QStringLiteral("queue count q"), dir.path());
-        QVERIFY2(count.exitCode == 1 && count.err.contains(problem), count.err.constData());
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("queue count q"), dir.path()), 1, problem));
         for (int i = 0; i < pops; ++i)
             QCOMPARE(runTool(QStringLiteral("queue pop q"), dir.path()).out.contains("data: one"), true);
-        const auto blocked = runTool(QStringLiteral("queue pop q"), dir.path());
-        QVERIFY2(blocked.exitCode == 1 && blocked.err.contains(problem.left(9)), blocked.err.constData());
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("queue pop q"), dir.path()), 1, problem.left(9)));
         QTEST(runTool(QStringLiteral("queue count q"), dir.path()).out, "countAfter");
     }
 
@@ -176,14 +138,14 @@ private slots:
         QVERIFY(!QFileInfo::exists(dir.filePath(QStringLiteral("missing"))));
 
         // Root writes through permissions: a read-only file system then.
-        TmpfsMount readOnly("size=64k", MS_RDONLY);
+        TWTest::Tmpfs readOnly("size=64k", MS_RDONLY);
         QString locked = readOnly.path();
         if (!readOnly.mounted()) {
             locked = dir.filePath(QStringLiteral("locked"));
             QVERIFY(QDir().mkdir(locked) && QFile::setPermissions(locked, QFile::ReadOwner | QFile::ExeOwner));
         }
         const auto result = runTool(QStringLiteral("queue push %1 x").arg(locked), dir.path());
-        QVERIFY2(result.exitCode == 1 && result.out.isEmpty() && result.err.contains("cannot write in"), result.err.constData());
+        QVERIFY(TWTest::ended(result, 1, "cannot write in") && result.out.isEmpty());
         QFile::setPermissions(locked, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 
@@ -221,8 +183,7 @@ private slots:
         qInfo("%d of 60 runs killed; %d items acknowledged, %d popped", kills, int(acknowledged.size()), int(popped.size()));
         QVERIFY(kills >= 20);
         // What the pops did not print is still in the files, whole.
-        const auto count = runTool(QStringLiteral("queue count %1").arg(q), dir.path());
-        QVERIFY2(count.exitCode == 0, count.err.constData());
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("queue count %1").arg(q), dir.path()), 0));
         const QStringList left = recordData(q);
         QCOMPARE(acknowledged - popped - QSet<QString>(left.cbegin(), left.cend()), QSet<QString>());
     }
@@ -232,7 +193,7 @@ private slots:
     // takes the cut part back out); a lone record can still be popped.
     void fullDisk()
     {
-        TmpfsMount disk("size=64k");
+        TWTest::Tmpfs disk("size=64k");
         if (!disk.mounted())
             return QTest::qSkip("needs root to mount a small tmpfs", __FILE__, __LINE__);
         const QString q = disk.path() + QStringLiteral("/q");
@@ -246,19 +207,18 @@ private slots:
                 continue;
             }
             ++failures;
-            QVERIFY2(push.exitCode == 1 && push.out.isEmpty() && push.err.contains("nothing was queued"), push.err.constData());
+            QVERIFY(TWTest::ended(push, 1, "nothing was queued") && push.out.isEmpty());
         }
         QCOMPARE(failures, 5);
         QCOMPARE(recordData(q), acknowledged);
         const QString logs = QStringLiteral("log --quiet --dir %1/logs ").arg(disk.path());
         QVERIFY(QDir().mkdir(disk.path() + QStringLiteral("/logs")));
-        auto result = runTool(logs + QStringLiteral("line"), disk.path());
-        QVERIFY2(result.exitCode == 1 && result.err.contains("1 of 1 lines could not be written"), result.err.constData());
+        QVERIFY(TWTest::ended(runTool(logs + QStringLiteral("line"), disk.path()), 1, "1 of 1 lines could not be written"));
 
         // The pop frees the page that the first line takes; the long line then fills what is left of it.
         QVERIFY(runTool(QStringLiteral("queue pop %1").arg(q), disk.path()).out.contains(acknowledged.first().toUtf8()));
-        result = runTool(logs + QStringLiteral("first %1 last").arg(QStringLiteral("y").repeated(5000)), disk.path());
-        QVERIFY2(result.exitCode == 1 && result.err.contains("1 of 3 lines could not be written"), result.err.constData());
+        const QString lines = QStringLiteral("first %1 last").arg(QStringLiteral("y").repeated(5000));
+        QVERIFY(TWTest::ended(runTool(logs + lines, disk.path()), 1, "1 of 3 lines could not be written"));
         QFile log(disk.path() + QStringLiteral("/logs/twoutput_0000.log"));
         QVERIFY(log.open(QIODevice::ReadOnly));
         const QByteArray content = log.readAll();

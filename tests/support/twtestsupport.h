@@ -17,6 +17,13 @@
 #include <memory>
 #include <vector>
 
+#ifdef Q_OS_LINUX
+#  include <sys/mount.h>
+#  include <unistd.h>
+#else
+#  define MS_RDONLY 1 // nothing is mounted there
+#endif
+
 namespace TWTest {
 
 /*! A fresh temporary folder that is the current folder while the object lives. */
@@ -196,6 +203,45 @@ inline ProcessResult runTool(const QString& arguments, const QString& folder)
     return runProcess(QStringLiteral(TWTOOL_PATH), arguments.split(u' ', Qt::SkipEmptyParts), folder);
 }
 #endif
+
+/*!
+ * Whether \a r ended with \a exitCode and shows \a text: on standard output
+ * after a success, on standard error otherwise. Prints both streams when not.
+ */
+inline bool ended(const ProcessResult& r, int exitCode, const QByteArray& text = {})
+{
+    if (r.exitCode == exitCode && (exitCode ? r.err : r.out).contains(text))
+        return true;
+    qWarning("exit code %d\nout: %s\nerr: %s", r.exitCode, r.out.constData(), r.err.constData());
+    return false;
+}
+
+/*! A tmpfs of \a options ("size=16k") on a temporary folder while it lives; mounted for root on Linux only. */
+class Tmpfs
+{
+public:
+    explicit Tmpfs(const char* options, unsigned long flags = 0)
+    {
+#ifdef Q_OS_LINUX
+        _mounted = geteuid() == 0 && ::mount("tmpfs", QFile::encodeName(path()).constData(), "tmpfs", flags, options) == 0;
+#else
+        Q_UNUSED(options) Q_UNUSED(flags)
+#endif
+    }
+    ~Tmpfs()
+    {
+#ifdef Q_OS_LINUX
+        if (_mounted)
+            ::umount(QFile::encodeName(path()).constData());
+#endif
+    }
+    bool mounted() const { return _mounted; }
+    QString path() const { return _dir.path(); }
+
+private:
+    QTemporaryDir _dir;
+    bool _mounted = false;
+};
 
 /*! Path of a helper program built beside the tests. */
 inline QString helperPath(const QString& name)
