@@ -78,16 +78,12 @@ class TstTWVoiceUtils : public QObject
 private slots:
     void objectAndConstants()
     {
+        QCOMPARE(TWTest::describe(TWVoiceUtils::staticMetaObject), QStringLiteral("TW::TWVoiceUtils : QObject"));
         TWVoiceUtils utils;
-        QCOMPARE(utils.metaObject()->className(), "TW::TWVoiceUtils");
-        QCOMPARE(utils.qt_metacast("TWObject"), static_cast<void*>(static_cast<TW::TWObject*>(&utils)));
-        QVERIFY(utils.name().startsWith(QLatin1String("TWObject")));
-        QVERIFY(TWTest::metaMethods(utils.metaObject()).isEmpty());
-        QCOMPARE(TWVoiceUtils::TWSS8MUL, 127.5f);
-        QCOMPARE(TWVoiceUtils::TWSS32MUL, 2147483648.0f);
-        QCOMPARE(TWVoiceUtils::TWSSFMUL, std::numeric_limits<float>::max());
-        QCOMPARE(TWVoiceUtils::midiNoteToFrequency(69.0), 440.0);
-        QCOMPARE(TWVoiceUtils::midiNoteToFrequency(81.0), 880.0);
+        QVERIFY(utils.qt_metacast("TWObject") && utils.name().startsWith(QLatin1String("TWObject")));
+        // The 8-bit scale is not pinned by the sample rows: 127 would give the same bytes there.
+        QVERIFY(TWVoiceUtils::TWSS8MUL == 127.5f && TWVoiceUtils::TWSSFMUL == std::numeric_limits<float>::max());
+        QVERIFY(TWVoiceUtils::midiNoteToFrequency(69.0) == 440.0 && TWVoiceUtils::midiNoteToFrequency(81.0) == 880.0);
         QVERIFY(qAbs(TWVoiceUtils::minFrequency() - 8.1758) < 1e-4 && qAbs(TWVoiceUtils::maxFrequency() - 12543.854) < 1e-3);
     }
 

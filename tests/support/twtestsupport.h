@@ -249,21 +249,24 @@ inline QString helperPath(const QString& name)
     return QStringLiteral(TW_TEST_HELPER_DIR "/") + name;
 }
 
-/*! The methods that \a mo adds to its base, in order: "public signal void release(TWThread* pThread)". */
-inline QStringList metaMethods(const QMetaObject* mo)
+/*!
+ * A class as its meta-object shows it: its name, its base's and the methods it
+ * adds, in order: "TW::TWThread : QThread; public signal void release(TWThread* pThread); ...".
+ */
+inline QString describe(const QMetaObject& mo)
 {
     static const char* const access[] = {"private", "protected", "public"};
     static const char* const kind[] = {"method", "signal", "slot", "constructor"};
-    QStringList out;
-    for (int i = mo->methodOffset(); i < mo->methodCount(); ++i) {
-        const QMetaMethod m = mo->method(i);
+    QStringList out{QStringLiteral("%1 : %2").arg(QLatin1String(mo.className()), QLatin1String(mo.superClass()->className()))};
+    for (int i = mo.methodOffset(); i < mo.methodCount(); ++i) {
+        const QMetaMethod m = mo.method(i);
         QStringList params;
         for (int p = 0; p < m.parameterCount(); ++p)
             params << QString::fromLatin1(m.parameterTypes().at(p) + ' ' + m.parameterNames().at(p));
         out << QStringLiteral("%1 %2 %3 %4(%5)").arg(QLatin1String(access[m.access()]), QLatin1String(kind[m.methodType()]),
                                                      QLatin1String(m.typeName()), QLatin1String(m.name()), params.join(QStringLiteral(", ")));
     }
-    return out;
+    return out.join(QStringLiteral("; "));
 }
 
 } // namespace TWTest
