@@ -1,6 +1,7 @@
 #include "twimagebuilders.h"
 #include "twtestsupport.h"
 
+#include <twvoiceutils.h>
 #include <twzx7.h>
 
 #include <QtCore/QDir>
@@ -11,6 +12,18 @@
 using TWTest::runTool;
 
 namespace {
+
+const QByteArray sample = QByteArray("Sing a song of sixpence, a pocket full of rye. ").repeated(40);
+const QByteArray tones = "# A and its octave\n440 0.5 100\n\nn81 0.25 64  # high A\n";
+
+// \a value as \a bytes little-endian bytes.
+QByteArray le(quint32 value, int bytes)
+{
+    QByteArray out;
+    for (int k = 0; k < bytes; ++k)
+        out.append(char(value >> (8 * k)));
+    return out;
+}
 
 // What every file of \a dir holds, by name.
 QMap<QString, QByteArray> contents(const TWTest::TempWorkDir& dir)
@@ -128,12 +141,11 @@ private slots:
         QFETCH(QString, shown);
         QFETCH(QString, warned);
         TWTest::TempWorkDir dir;
-        const QByteArray sample = QByteArray("Sing a song of sixpence, a pocket full of rye. ").repeated(40);
         const QByteArray packed = TW::TWZX7::compress(sample, 0);
         QVERIFY(dir.writeFile(QStringLiteral("plain.txt"), sample) && dir.writeFile(QStringLiteral("packed.zx7"), packed));
         QVERIFY(dir.writeFile(QStringLiteral("cut.zx7"), packed.left(packed.size() / 2)) && dir.writeFile(QStringLiteral("empty")));
         QVERIFY(::mkfifo("fifo", 0600) == 0);
-        QVERIFY(dir.writeFile(QStringLiteral("tones.txt"), "# A and its octave\n440 0.5 100\n\nn81 0.25 64  # high A\n"));
+        QVERIFY(dir.writeFile(QStringLiteral("tones.txt"), tones));
         QVERIFY(dir.writeFile(QStringLiteral("long.txt"), "440 50000 1") && dir.writeFile(QStringLiteral("bad.txt"), "# comment\n440 1 100\nn60 1 loud\n"));
         QImage grey(200, 100, QImage::Format_RGB888), sheet(8, 4, QImage::Format_RGB32);
         grey.fill(Qt::gray);
@@ -197,6 +209,90 @@ private slots:
         QVERIFY(QFile::exists(QStringLiteral("tour/objects/twoutput_0000.log")));
         QCOMPARE(dir.files(), QStringList()); // the logs stay in the tour's folder
         QCOMPARE(QDir(QStringLiteral("tour")).entryList({QStringLiteral("twoutput*")}, QDir::Files), QStringList()); // nothing strays
+    }
+
+    // Default names both ways, an existing output kept without -f, a limit
+    // that the data just fits, and bytes after the end marker passed over with
+    // a warning.
+    void zx7RoundTrip()
+    {
+        TWTest::TempWorkDir dir;
+        QVERIFY(dir.writeFile(QStringLiteral("song.txt"), sample) && dir.writeFile(QStringLiteral("song.txt.zx7"), "keep"));
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("zx7 compress song.txt"), dir.path()), 1, "-f"));
+        QCOMPARE(dir.readFile(QStringLiteral("song.txt.zx7")), QByteArray("keep"));
+
+        const QByteArray packed = TW::TWZX7::compress(sample, 0);
+        const QByteArray sizes = QByteArray::number(sample.size()) + " -> " + QByteArray::number(packed.size());
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("zx7 compress -f song.txt"), dir.path()), 0, sizes));
+        QCOMPARE(dir.readFile(QStringLiteral("song.txt.zx7")), packed);
+
+        QVERIFY(QFile::remove(dir.filePath(QStringLiteral("song.txt"))));
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("zx7 decompress song.txt.zx7"), dir.path()), 0));
+        QCOMPARE(dir.readFile(QStringLiteral("song.txt")), sample);
+        QVERIFY(dir.writeFile(QStringLiteral("tail.zx7"), packed + "tail"));
+        const auto result = runTool(QStringLiteral("zx7 decompress --max-size %1 tail.zx7 copy.txt").arg(sample.size()), dir.path());
+        QVERIFY(TWTest::ended(result, 0) && result.err.contains("has 4 byte(s) after the end of its stream"));
+        QCOMPARE(dir.readFile(QStringLiteral("copy.txt")), sample);
+    }
+
+    // Under a cap on the address space, too large a job says "out of memory"
+    // and writes nothing, rather than crash.
+    void zx7OutOfMemory()
+    {
+#if defined(TW_SANITIZED) || !defined(Q_OS_LINUX)
+        QTest::qSkip("needs Linux and no sanitizer (which reserves its own address space)", __FILE__, __LINE__);
+#else
+        TWTest::TempWorkDir dir;
+        QVERIFY(dir.writeFile(QStringLiteral("big"), QByteArray(40 << 20, 'a'))); // compress reserves about 5 bytes a byte
+        // A stream of one literal and 40000 copies of 65536 bytes: 2.5 GB.
+        QByteArray huge("A");
+        for (int i = 0; i < 40000; ++i)
+            huge += QByteArray::fromHex("8000ffff00");
+        huge += QByteArray::fromHex("800040");
+        QVERIFY(dir.writeFile(QStringLiteral("huge.zx7"), huge));
+        for (const char* arguments : {"compress big", "decompress --max-size 4000000000 huge.zx7"}) {
+            const auto result = TWTest::runProcess(QStringLiteral("/bin/sh"), {QStringLiteral("-c"),
+                QStringLiteral("ulimit -v 250000 && exec \"$0\" zx7 %1").arg(QLatin1String(arguments)), QStringLiteral(TWTOOL_PATH)}, dir.path());
+            QVERIFY(TWTest::ended(result, 1, "out of memory"));
+        }
+        QCOMPARE(dir.files(), QStringList({"big", "huge.zx7"}));
+#endif
+    }
+
+    void voiceRender_data()
+    {
+        QTest::addColumn<QString>("bits");
+        for (const char* bits : {"16", "8", "32", "float"})
+            QTest::newRow(bits) << QString::fromLatin1(bits);
+    }
+
+    // The whole file, byte for byte: the header a player expects, then the
+    // library's samples. Nothing else is left behind.
+    void voiceRender()
+    {
+        QFETCH(QString, bits);
+        const int sampleSize = bits == QLatin1String("float") ? 64 : bits.toInt(), format = sampleSize == 64 ? 3 : 1;
+        TWTest::TempWorkDir dir;
+        QVERIFY(dir.writeFile(QStringLiteral("tones.txt"), tones) && dir.writeFile(QStringLiteral("out.wav"), "old"));
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("voice render tones.txt out.wav --rate 22050 --bits ") + bits, dir.path()), 1, "-f"));
+        QCOMPARE(dir.readFile(QStringLiteral("out.wav")), QByteArray("old"));
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("voice render -f tones.txt out.wav --rate 22050 --bits ") + bits, dir.path()), 0, "2 tone(s), 0.750 s"));
+        QCOMPARE(dir.files(), QStringList({"out.wav", "tones.txt"}));
+
+        TW::TWVoice a, high;
+        a.frequency = 440, a.duration = 0.5, high.frequency = 880, high.duration = 0.25;
+        const float floatScale = TW::TWVoiceUtils::TWSSFMUL;
+        TW::TWVoiceUtils::TWSSFMUL = 1.0f; // the tool writes float samples from -1 to 1, as players expect
+        QByteArray samples = TW::TWVoiceUtils::voicesToAudioSample({a, high}, 22050, sampleSize, false, nullptr);
+        TW::TWVoiceUtils::TWSSFMUL = floatScale;
+        for (char& c : samples)
+            c = sampleSize == 8 ? char(c ^ 0x80) : c; // WAV's 8-bit samples are unsigned
+        const quint32 width = sampleSize == 64 ? 4 : quint32(sampleSize / 8);
+        QByteArray fmt = le(quint32(format), 2) + le(1, 2) + le(22050, 4) + le(22050 * width, 4) + le(width, 2) + le(8 * width, 2);
+        // Float takes the longer fmt chunk (with an empty extension) and a fact chunk that counts the samples.
+        fmt = format == 3 ? le(18, 4) + fmt + le(0, 2) + "fact" + le(4, 4) + le(11025 + 5512, 4) : le(16, 4) + fmt;
+        const QByteArray body = "WAVE" "fmt " + fmt + "data" + le(quint32(samples.size()), 4) + samples + QByteArray(samples.size() & 1, '\0');
+        QCOMPARE(dir.readFile(QStringLiteral("out.wav")), "RIFF" + le(quint32(body.size()), 4) + body);
     }
 };
 
