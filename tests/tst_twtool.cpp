@@ -5,6 +5,9 @@
 #include <twzx7.h>
 
 #include <QtCore/QDir>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QRandomGenerator>
+#include <QtCore/QSet>
 #include <QtTest/QTest>
 
 #include <sys/stat.h>
@@ -25,13 +28,93 @@ QByteArray le(quint32 value, int bytes)
     return out;
 }
 
-// What every file of \a dir holds, by name.
+// What every file of \a dir holds, by name; folders hold nothing.
 QMap<QString, QByteArray> contents(const TWTest::TempWorkDir& dir)
 {
     QMap<QString, QByteArray> out;
-    for (const QString& name : dir.files())
+    for (const QString& name : QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
         out.insert(name, dir.readFile(name));
     return out;
+}
+
+TWTest::ProcessResult image(const TWTest::TempWorkDir& dir, const QString& arguments)
+{
+    return TWTest::runTool(QStringLiteral("image ") + arguments, dir.path());
+}
+
+// 10 x 6, red rising to the right, so the text of each row is the same.
+QImage ramp()
+{
+    QImage picture(10, 6, QImage::Format_RGB888);
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < picture.width(); ++x)
+            picture.setPixel(x, y, qRgb(x * 28, x * 28, x * 28));
+    return picture;
+}
+
+// A standard RIFF palette: version and count first, then the colours.
+QByteArray standardPalette(const QList<QRgb>& colours)
+{
+    QByteArray data("\0\3", 2);
+    data.append(char(colours.size())).append('\0');
+    for (QRgb c : colours)
+        data.append(char(qRed(c))).append(char(qGreen(c))).append(char(qBlue(c))).append('\0');
+    return TWTest::riffPalette(TWTest::riffChunk("data", data));
+}
+
+// A font of 4 x 4 cells, black on white: 'A' a filled square, 'B' a frame.
+void writeFont(const TWTest::TempWorkDir& dir, const QByteArray& chartable = "A\t0\nB\t1\n")
+{
+    QImage sheet(8, 4, QImage::Format_RGB32);
+    sheet.fill(Qt::black);
+    for (int y = 1; y < 3; ++y)
+        for (int x = 5; x < 7; ++x)
+            sheet.setPixel(x, y, qRgb(255, 255, 255));
+    QVERIFY(sheet.save(dir.filePath(QStringLiteral("sheet.png"))) && dir.writeFile(QStringLiteral("chars.txt"), chartable));
+}
+
+// The data of every record in the cache files of \a dir.
+QStringList recordData(const QString& dir)
+{
+    QStringList data;
+    for (const QFileInfo& file : QDir(dir).entryInfoList({QStringLiteral("*.cache")}, QDir::Files, QDir::Name)) {
+        QFile f(file.filePath());
+        if (f.open(QIODevice::ReadOnly))
+            for (const QByteArray& line : f.readAll().split('\n'))
+                data << QString::fromUtf8(line).section(QStringLiteral("|TWQ|"), 4);
+    }
+    return data;
+}
+
+struct KilledRun
+{
+    bool killed;
+    int exitCode;
+    QByteArray out;
+};
+
+// Runs twtool and kills it with SIGKILL after \a afterMs unless it ended before.
+KilledRun runAndKill(const QStringList& arguments, int afterMs)
+{
+    QProcess process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(QStringLiteral(TWTOOL_PATH), arguments);
+    process.waitForStarted();
+    const bool ended = process.waitForFinished(afterMs);
+    if (!ended) {
+        process.kill();
+        process.waitForFinished();
+    }
+    return {!ended, ended ? process.exitCode() : -1, process.readAllStandardOutput()};
+}
+
+QStringList poppedData(const QByteArray& out)
+{
+    QStringList data;
+    for (const QByteArray& line : out.split('\n'))
+        if (line.startsWith("data: "))
+            data << QString::fromUtf8(line.mid(6));
+    return data;
 }
 
 } // namespace
@@ -121,6 +204,13 @@ private slots:
         row("palette: option elsewhere", "image info in.tga --dither", 2, "--dither applies to palette only");
         row("palette: cut TGA", "image palette cut.tga out.png --palette bw", 1, "Couldn't read TGA pixel data!");
 
+        // A queue folder that is a file or is missing: nothing is made.
+        row("queue: push to a file", "queue push plain.txt x", 1, "'plain.txt' is not a folder.");
+        row("queue: pop from a file", "queue pop plain.txt", 1, "'plain.txt' is not a folder.");
+        row("queue: count a file", "queue count plain.txt", 1, "'plain.txt' is not a folder.");
+        row("queue: pop from nowhere", "queue pop missing", 1, "no folder missing.");
+        row("queue: count nowhere", "queue count missing", 1, "no folder missing.");
+
         const QString font = QStringLiteral("font sheet.png chars.txt ");
         row("font: no -f", font + "4 4 A old.png", 1, "'old.png' exists; use -f");
         row("font: bad chartable", "font sheet.png badchars.txt 4 4 A out.png", 1, "Invalid index: 7 in line: 2! The index must be 0-1");
@@ -147,14 +237,13 @@ private slots:
         QVERIFY(::mkfifo("fifo", 0600) == 0);
         QVERIFY(dir.writeFile(QStringLiteral("tones.txt"), tones));
         QVERIFY(dir.writeFile(QStringLiteral("long.txt"), "440 50000 1") && dir.writeFile(QStringLiteral("bad.txt"), "# comment\n440 1 100\nn60 1 loud\n"));
-        QImage grey(200, 100, QImage::Format_RGB888), sheet(8, 4, QImage::Format_RGB32);
+        QImage grey(200, 100, QImage::Format_RGB888);
         grey.fill(Qt::gray);
-        sheet.fill(Qt::black);
         const QByteArray tga = TWTest::tgaFile(grey, false, false);
         QVERIFY(dir.writeFile(QStringLiteral("in.tga"), tga) && dir.writeFile(QStringLiteral("cut.tga"), tga.left(1000)));
         QVERIFY(dir.writeFile(QStringLiteral("junk.png"), "not a picture, nor a palette"));
         QVERIFY(dir.writeFile(QStringLiteral("empty.pal"), TWTest::riffPalette(TWTest::riffChunk("data", ""))));
-        QVERIFY(sheet.save(dir.filePath(QStringLiteral("sheet.png"))) && dir.writeFile(QStringLiteral("chars.txt"), "A\t0\nB\t1\n"));
+        writeFont(dir);
         QVERIFY(dir.writeFile(QStringLiteral("badchars.txt"), "A\t0\nB\t7\n"));
         QVERIFY(dir.writeFile(QStringLiteral("old.png"), "keep") && QFile::copy(QStringLiteral(TW_EXAMPLE_INI), QStringLiteral("example.ini")));
         const auto before = contents(dir);
@@ -293,6 +382,262 @@ private slots:
         fmt = format == 3 ? le(18, 4) + fmt + le(0, 2) + "fact" + le(4, 4) + le(11025 + 5512, 4) : le(16, 4) + fmt;
         const QByteArray body = "WAVE" "fmt " + fmt + "data" + le(quint32(samples.size()), 4) + samples + QByteArray(samples.size() & 1, '\0');
         QCOMPARE(dir.readFile(QStringLiteral("out.wav")), "RIFF" + le(quint32(body.size()), 4) + body);
+    }
+
+    void imageActions()
+    {
+        TWTest::TempWorkDir dir;
+        QVERIFY(dir.writeFile(QStringLiteral("in.tga"), TWTest::tgaFile(ramp(), true, false)) && dir.writeFile(QStringLiteral("out.png"), "keep"));
+        QVERIFY(TWTest::ended(image(dir, QStringLiteral("convert in.tga out.png")), 1, "-f"));
+        QCOMPARE(dir.readFile(QStringLiteral("out.png")), QByteArray("keep"));
+        QVERIFY(TWTest::ended(image(dir, QStringLiteral("convert -f in.tga out.png")), 0));
+        QCOMPARE(QImage(dir.filePath(QStringLiteral("out.png"))).convertToFormat(QImage::Format_RGB888), ramp());
+        const auto info = image(dir, QStringLiteral("info in.tga"));
+        QVERIFY(TWTest::ended(info, 0, "format:             TGA\nsize:               10x6\ndepth:              24 bits"));
+        QVERIFY(info.out.contains("image type:       10"));
+
+        // Wider than 5 columns: scaled to 5 first; the darkest column has no red and shows as a blank.
+        const auto ascii = image(dir, QStringLiteral("ascii --width 5 --chars abcdefghijkl in.tga"));
+        QVERIFY(TWTest::ended(ascii, 0, " "));
+        QVERIFY(ascii.out.startsWith(" ") && ascii.out.split('\n').size() == 4 && ascii.out.split('\n').at(0).size() == 5);
+
+        QVERIFY(TWTest::ended(image(dir, QStringLiteral("split in.tga 4 4 tiles")), 0));
+        QCOMPARE(QDir(dir.filePath(QStringLiteral("tiles"))).entryList(QDir::Files),
+                 QStringList({"in_0_0.png", "in_0_1.png", "in_0_2.png", "in_1_0.png", "in_1_1.png", "in_1_2.png"}));
+        QCOMPARE(QImage(dir.filePath(QStringLiteral("tiles/in_1_2.png"))).size(), QSize(4, 4));
+        QCOMPARE(image(dir, QStringLiteral("split in.tga 4 4 tiles")).exitCode, 1);
+        QVERIFY(dir.files(QStringList{"twoutput_*"}).isEmpty());
+    }
+
+    // The picture written shows the palette's own colours; patterns alternate
+    // in a checkerboard; a standard palette file's header colour is reported
+    // and dropped on request.
+    void imagePalette()
+    {
+        TWTest::TempWorkDir dir;
+        QImage picture(4, 2, QImage::Format_RGB32);
+        picture.fill(qRgb(200, 10, 0));
+        picture.setPixel(0, 0, qRgb(0, 20, 190));
+        QVERIFY(picture.save(dir.filePath(QStringLiteral("in.png"))));
+        QVERIFY(dir.writeFile(QStringLiteral("std.pal"), standardPalette({qRgb(170, 0, 0), qRgb(0, 0, 170)})));
+        QVERIFY(TWTest::ended(image(dir, QStringLiteral("palette in.png plain.png --palette cga")), 0, "16 colours from cga"));
+        QImage out(dir.filePath(QStringLiteral("plain.png")));
+        QVERIFY(out.pixel(0, 0) == qRgb(0, 0, 170) && out.pixel(1, 0) == qRgb(170, 0, 0));
+
+        auto result = image(dir, QStringLiteral("palette in.png std.png --palette std.pal"));
+        QVERIFY(TWTest::ended(result, 0) && result.err.contains("(0, 3, 2) is the file's version and count of 2 colours"));
+        result = image(dir, QStringLiteral("palette in.png std.png --palette std.pal --skip-first -f"));
+        QVERIFY(TWTest::ended(result, 0, "2 colours from 'std.pal'") && result.err.contains("dropped"));
+        QCOMPARE(QImage(dir.filePath(QStringLiteral("std.png"))), out);
+
+        // Red and blue with patterns: the pair's mean (85, 0, 85) is nearer
+        // to (100, 0, 100) than either colour.
+        picture.fill(qRgb(100, 0, 100));
+        QVERIFY(picture.save(dir.filePath(QStringLiteral("in.png"))));
+        QCOMPARE(image(dir, QStringLiteral("palette in.png pattern.png --palette std.pal --skip-first --patterned")).exitCode, 0);
+        out = QImage(dir.filePath(QStringLiteral("pattern.png")));
+        QVERIFY(out.pixel(0, 0) == out.pixel(1, 1) && out.pixel(1, 0) == out.pixel(0, 1) && out.pixel(0, 0) != out.pixel(1, 0));
+        QVERIFY(QList<QRgb>({qRgb(170, 0, 0), qRgb(0, 0, 170)}).contains(out.pixel(0, 0)));
+        for (const char* options : {"--patterned --no-pattern-fill", "--patterned --dither"}) {
+            QCOMPARE(image(dir, QStringLiteral("palette in.png mean.png -f --palette std.pal --skip-first ") + QLatin1String(options)).exitCode, 0);
+            QCOMPARE(QImage(dir.filePath(QStringLiteral("mean.png"))).pixel(3, 1), qRgb(85, 0, 85));
+        }
+        QVERIFY(dir.files(QStringList{"twoutput_*"}).isEmpty());
+    }
+
+    void font_data()
+    {
+        QTest::addColumn<QString>("arguments");  // after "font"
+        QTest::addColumn<QByteArray>("chartable");
+        QTest::addColumn<QString>("warning");
+        QTest::addColumn<QSize>("size");
+        const QByteArray chartable = "A\t0\nB\t1\n";
+        QTest::newRow("wrapped and cut") << "sheet.png chars.txt 4 4 ABBAB out.png --columns 2 --rows 2" << chartable << "" << QSize(8, 8);
+        QTest::newRow("one row") << "sheet.png chars.txt 4 4 ABBA out.png --columns 0" << chartable << "" << QSize(16, 4);
+        QTest::newRow("unknown character") << "sheet.png chars.txt 4 4 AxB out.png" << chartable << "not in the chartable, left empty: 'x'" << QSize(12, 4);
+        QTest::newRow("twice: a warning") << "sheet.png chars.txt 4 4 A out.png" << QByteArray("A\t0\nA\t1\n") << "warning: The character: 'A' in line: 2 is already exist" << QSize(4, 4);
+        QTest::newRow("overwrite with -f") << "sheet.png chars.txt 4 4 A old.png -f" << chartable << "" << QSize(4, 4);
+    }
+
+    // The picture is as large as the text asks; warnings go to standard error.
+    // The tool's refusals are in tst_twtool.
+    void font()
+    {
+        QFETCH(QString, arguments);
+        QFETCH(QByteArray, chartable);
+        QFETCH(QString, warning);
+        TWTest::TempWorkDir dir;
+        writeFont(dir, chartable);
+        QVERIFY(dir.writeFile(QStringLiteral("old.png"), "keep"));
+        const auto result = TWTest::runTool(QStringLiteral("font ") + arguments, dir.path());
+        QVERIFY(TWTest::ended(result, 0) && result.err.contains(warning.toUtf8()));
+        QTEST(QImage(dir.filePath(arguments.section(u' ', 5, 5))).size(), "size");
+    }
+
+    // The text takes its colour even when that is the sheet's background.
+    void fontColours()
+    {
+        TWTest::TempWorkDir dir;
+        writeFont(dir);
+        const QString arguments = QStringLiteral("font sheet.png chars.txt 4 4 B out.png --color white --background black --transparent 0");
+        QVERIFY(TWTest::ended(TWTest::runTool(arguments, dir.path()), 0, "out.png: 4x4, 1 character(s)"));
+        const QImage out(dir.filePath(QStringLiteral("out.png")));
+        QVERIFY(out.pixel(0, 0) == qRgb(255, 255, 255) && qAlpha(out.pixel(1, 1)) == 0);
+    }
+
+    // Pops keep the order of a push of twelve, whose files (of ten and two)
+    // share their time stamps, while the rest of each file is written back;
+    // --keep and count change nothing; nothing is left in the folders.
+    void queuePushPopCount()
+    {
+        TWTest::TempWorkDir dir;
+        const auto queue = [&dir](const QString& arguments) { return runTool(QStringLiteral("queue ") + arguments, dir.path()); };
+        QStringList items;
+        for (int i = 1; i <= 12; ++i)
+            items << QStringLiteral("item-%1").arg(i);
+        QCOMPARE(queue(QStringLiteral("push q --kind k ") + items.join(u' ')).out, QByteArray("queued 12 item(s)\n"));
+        QCOMPARE(queue(QStringLiteral("push q last")).out, QByteArray("queued 1 item(s)\n"));
+        items << QStringLiteral("last");
+        const QStringList before = QDir(QStringLiteral("q")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        QCOMPARE(queue(QStringLiteral("count q")).out, QByteArray("in cache files: 13 record(s) in 3 file(s)\nreachable by pop: 13 record(s)\n"));
+        const QByteArray kept = queue(QStringLiteral("pop q --keep")).out;
+        QVERIFY(kept.contains("kind: k\n") && kept.contains("data: item-1\n"));
+        QCOMPARE(QDir(QStringLiteral("q")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), before);
+
+        QStringList popped;
+        for (int i = 0; i < 13; ++i) {
+            const auto result = queue(QStringLiteral("pop q"));
+            QCOMPARE(result.exitCode, 0);
+            popped += poppedData(result.out);
+        }
+        QCOMPARE(popped, items);
+        QVERIFY(TWTest::ended(queue(QStringLiteral("pop q")), 1, "no item is reachable"));
+        QCOMPARE(QDir(QStringLiteral("q")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+        QCOMPARE(queue(QStringLiteral("push q a|TWQ|b")).exitCode, 2);
+        QCOMPARE(dir.files(), QStringList()); // no log file in the current folder
+
+        QVERIFY(TWTest::ended(queue(QStringLiteral("demo --items 300 --bound 10 --dir d")), 0,
+                              "each item settled at most once: yes; every item settled or in the read-ahead batch: yes"));
+        QCOMPARE(QDir(QStringLiteral("d")).entryList(QDir::Files), QStringList());
+    }
+
+    void queueBlocked_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QByteArray>("problem");
+        QTest::addColumn<int>("pops");
+        QTest::addColumn<QByteArray>("countAfter");
+        QTest::newRow("garbage line") << QByteArray("{a}|TWQ|1|TWQ|k|TWQ|n|TWQ|one\ngarbage\n") << QByteArray("line 2 is no ") << 0
+                                      << QByteArray("in cache files: 1 record(s) in 1 file(s)\nreachable by pop: 0 record(s)\n");
+        QTest::newRow("empty id") << QByteArray("{a}|TWQ|1|TWQ|k|TWQ|n|TWQ|one\n |TWQ|2|TWQ|k|TWQ|n|TWQ|two")
+                                  << QByteArray("is a record with an empty id") << 1
+                                  << QByteArray("in cache files: 1 record(s) in 1 file(s)\nreachable by pop: 0 record(s)\n");
+    }
+
+    // count names the line that blocks the queue; pop stops there and loses nothing.
+    void queueBlocked()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(QByteArray, problem);
+        QFETCH(int, pops);
+        TWTest::TempWorkDir dir;
+        QVERIFY(QDir().mkdir(QStringLiteral("q")) && dir.writeFile(QStringLiteral("q/20200101000000000_20200101000000000_000.cache"), content));
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("queue count q"), dir.path()), 1, problem));
+        for (int i = 0; i < pops; ++i)
+            QCOMPARE(runTool(QStringLiteral("queue pop q"), dir.path()).out.contains("data: one"), true);
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("queue pop q"), dir.path()), 1, problem.left(9)));
+        QTEST(runTool(QStringLiteral("queue count q"), dir.path()).out, "countAfter");
+    }
+
+    // Pushes of three items and pops, each killed at a random moment of its
+    // run: every item whose push said "queued" was printed or is still queued.
+    void killLoopLosesNothing()
+    {
+        TWTest::TempWorkDir dir;
+        const QString q = dir.filePath(QStringLiteral("q"));
+        // Kills fall anywhere in a run: up to a little more than one took
+        // (twice for a pop, which also clears what killed pushes leave).
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(runTool(QStringLiteral("queue push %1 early-a early-b early-c").arg(q), dir.path()).exitCode, 0);
+        const int pushSpan = int(timer.restart() * 6 / 5) + 2;
+        const QStringList first = poppedData(runTool(QStringLiteral("queue pop %1").arg(q), dir.path()).out);
+        const int popSpan = int(timer.elapsed() * 2) + 2;
+        QSet<QString> acknowledged{QStringLiteral("early-a"), QStringLiteral("early-b"), QStringLiteral("early-c")};
+        QSet<QString> popped(first.cbegin(), first.cend());
+        QRandomGenerator rng(15);
+        int kills = 0;
+        for (int i = 0; i < 40; ++i) {
+            const QStringList items{QStringLiteral("item-%1-a").arg(i), QStringLiteral("item-%1-b").arg(i), QStringLiteral("item-%1-c").arg(i)};
+            const KilledRun push = runAndKill(QStringList{QStringLiteral("queue"), QStringLiteral("push"), q} + items, rng.bounded(pushSpan));
+            kills += push.killed;
+            if (push.exitCode == 0 && push.out == "queued 3 item(s)\n")
+                acknowledged += QSet<QString>(items.cbegin(), items.cend());
+            if (i % 2) {
+                const KilledRun pop = runAndKill({QStringLiteral("queue"), QStringLiteral("pop"), q}, rng.bounded(popSpan));
+                kills += pop.killed;
+                for (const QString& data : poppedData(pop.out))
+                    popped += data;
+            }
+        }
+        qInfo("%d of 60 runs killed; %d items acknowledged, %d popped", kills, int(acknowledged.size()), int(popped.size()));
+        QVERIFY(kills >= 20);
+        // What the pops did not print is still in the files, whole.
+        QVERIFY(TWTest::ended(runTool(QStringLiteral("queue count %1").arg(q), dir.path()), 0));
+        const QStringList left = recordData(q);
+        QCOMPARE(acknowledged - popped - QSet<QString>(left.cbegin(), left.cend()), QSet<QString>());
+    }
+
+    // On a full file system a queue push fails, says so, and leaves no record
+    // behind, whole or cut; log reports a line that is lost or cut short (and
+    // takes the cut part back out); a lone record can still be popped. On a
+    // full disk and a read-only one, the image commands fail and leave nothing.
+    void fullDisk()
+    {
+        TWTest::Tmpfs disk("size=64k"), full("size=16k"), readOnly("size=16k", MS_RDONLY);
+        if (!disk.mounted() || !full.mounted() || !readOnly.mounted())
+            return QTest::qSkip("needs root to mount a small tmpfs", __FILE__, __LINE__);
+        const QString q = disk.path() + QStringLiteral("/q");
+        QStringList acknowledged;
+        int failures = 0;
+        for (int i = 0; i < 200 && failures < 5; ++i) {
+            const QString item = QStringLiteral("item-%1-").arg(i, 3, 10, QLatin1Char('0')) + QStringLiteral("x").repeated(300);
+            const auto push = runTool(QStringLiteral("queue push %1 %2").arg(q, item), disk.path());
+            if (push.exitCode == 0 && push.out == "queued 1 item(s)\n") {
+                acknowledged << item;
+                continue;
+            }
+            ++failures;
+            QVERIFY(TWTest::ended(push, 1, "nothing was queued") && push.out.isEmpty());
+        }
+        QCOMPARE(failures, 5);
+        QCOMPARE(recordData(q), acknowledged);
+        const QString logs = QStringLiteral("log --quiet --dir %1/logs ").arg(disk.path());
+        QVERIFY(QDir().mkdir(disk.path() + QStringLiteral("/logs")));
+        QVERIFY(TWTest::ended(runTool(logs + QStringLiteral("line"), disk.path()), 1, "1 of 1 lines could not be written"));
+
+        // The pop frees the page that the first line takes; the long line then fills what is left of it.
+        QVERIFY(runTool(QStringLiteral("queue pop %1").arg(q), disk.path()).out.contains(acknowledged.first().toUtf8()));
+        const QString lines = QStringLiteral("first %1 last").arg(QStringLiteral("y").repeated(5000));
+        QVERIFY(TWTest::ended(runTool(logs + lines, disk.path()), 1, "1 of 3 lines could not be written"));
+        QFile log(disk.path() + QStringLiteral("/logs/twoutput_0000.log"));
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        const QByteArray content = log.readAll();
+        QVERIFY(content.count("\r\n") == 2 && content.contains("INFO     - last ") && !content.contains('y'));
+
+        TWTest::TempWorkDir dir;
+        writeFont(dir);
+        QImage picture(100, 100, QImage::Format_RGB32);
+        picture.fill(qRgb(1, 2, 3));
+        QVERIFY(picture.save(dir.filePath(QStringLiteral("in.png"))));
+        for (const QString& folder : {full.path(), readOnly.path()}) {
+            QVERIFY(TWTest::ended(image(dir, QStringLiteral("palette in.png %1/out.bmp --palette gray4").arg(folder)), 1, "cannot write"));
+            const QString font = QStringLiteral("font sheet.png chars.txt 4 4 %1 %2/out.bmp").arg(QString(2000, u'A'), folder);
+            QVERIFY(TWTest::ended(TWTest::runTool(font, dir.path()), 1, "cannot write"));
+            QVERIFY(QDir(folder).entryList(QDir::Files | QDir::Hidden).isEmpty());
+        }
+        const auto result = runTool(QStringLiteral("queue push %1 x").arg(readOnly.path()), dir.path());
+        QVERIFY(TWTest::ended(result, 1, "cannot write in") && result.out.isEmpty());
     }
 };
 
