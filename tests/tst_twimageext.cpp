@@ -16,6 +16,7 @@
 
 using TW::TWImageExt;
 using TWTest::TgaHeader;
+using TWTest::colors;
 
 namespace {
 
@@ -65,14 +66,6 @@ QByteArray rgb(std::initializer_list<int> bytes)
 
 
 using Cache = QHash<int, QHash<int, QHash<int, TWColor>>>;
-
-QList<TWColor> colors(std::initializer_list<QRgb> words)
-{
-    QList<TWColor> out;
-    for (QRgb w : words)
-        out << TWColor(w);
-    return out;
-}
 
 QString colorText(const TWColor& c)
 {

@@ -1,3 +1,4 @@
+#include "twimagebuilders.h"
 #include "twtestsupport.h"
 
 #include <twimageext.h>
@@ -9,6 +10,7 @@
 #include <limits>
 
 using TW::TWImgFilters;
+using TWTest::colors;
 
 namespace {
 
@@ -26,14 +28,6 @@ QImage sample(int alpha = 255)
         for (int x = 0; x < 4; ++x)
             image.setPixel(x, y, qRgba(10 + 60 * x, 20 + 80 * y, 30 + 10 * x * y, alpha));
     return image;
-}
-
-QList<TWColor> colors(std::initializer_list<QRgb> words)
-{
-    QList<TWColor> out;
-    for (QRgb w : words)
-        out << TWColor(w);
-    return out;
 }
 
 } // namespace

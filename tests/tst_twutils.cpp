@@ -140,9 +140,6 @@ private slots:
         QCOMPARE(TWUtils::randInt(INT_MIN, INT_MAX), TWUtils::randInt(INT_MIN, INT_MAX));
         QCOMPARE(TWUtils::randInt(10, 0), TWUtils::randInt(10, 0)); // reversed bounds wrap, no fault
         QCOMPARE(TWUtils::scaleTo(-5.0, 0.0, 10.0, 100.0, 0.0), 150.0);
-        // The integer form divides the range widths as integers first.
-        QCOMPARE(TWUtils::scaleTo(qint64(3), 0, 10, 0, 25), qint64(6));
-        QCOMPARE(TWUtils::scaleTo(qint64(5), 3, 3, 7, 12), qint64(7)); // no ratio: no divide fault
     }
 
     void integerScaleAtTheEnds_data()
@@ -156,6 +153,8 @@ private slots:
         QTest::newRow("negative ratio to the bottom") << QList<qint64>{hi, 0, -1, 0, 1} << lo;
         QTest::newRow("divide by -1") << QList<qint64>{lo, 0, -1, 0, 1} << hi;
         QTest::newRow("ordinary numbers stay exact") << QList<qint64>{-7, -10, 10, -100, 100} << qint64(-70);
+        QTest::newRow("widths divided as integers first") << QList<qint64>{3, 0, 10, 0, 25} << qint64(6);
+        QTest::newRow("no source width: no divide fault") << QList<qint64>{5, 3, 3, 7, 12} << qint64(7);
     }
 
     // The widths and the distance of the value are taken exactly; the answer

@@ -150,12 +150,10 @@ private slots:
         QFETCH(double, frequency);
         QFETCH(double, expected);
         QCOMPARE(TWVoiceUtils::convertFrequency(frequency, table(entries)), expected);
-    }
-
-    void convertFrequencies()
-    {
-        const QList<TWVoice> in = voices("150/0.5/1 250/0.25/2");
-        QCOMPARE(str(TWVoiceUtils::convertFrequencies(in, table("100>1 200>2 300>3"))), QStringLiteral("1/0.5/1 2.5/0.25/2"));
+        // The list form changes each frequency alone.
+        QList<TWVoice> list = voices("1/0.5/9 1/0.25/2");
+        list[0].frequency = frequency;
+        QCOMPARE(str(TWVoiceUtils::convertFrequencies(list, table(entries))), QStringLiteral("%1/0.5/9 %2/0.25/2").arg(expected).arg(TWVoiceUtils::convertFrequency(1, table(entries))));
     }
 
     void addVoiceToVoices_data()
