@@ -245,7 +245,7 @@ private slots:
         // Berlin, a leap day and far years.
         const qint64 times[] = {0, 951782400123, 1700000000999, 1711846799999, 1711846800000,
                                 1729990800500, 1735689599999, 4102444799999};
-        const TWTest::ScopedEnv tz("TZ");
+        const QByteArray previousTz = qgetenv("TZ");
         for (const char* zone : {"UTC", "Europe/Berlin", "America/St_Johns", "Asia/Kolkata"}) {
             qputenv("TZ", zone);
             for (const QString& format : formats) {
@@ -257,6 +257,7 @@ private slots:
         }
         qputenv("TZ", "Europe/Berlin"); // the zone really changed
         QCOMPARE(TW::Internal::formatLocalDateTime(1, QStringLiteral("hh")), QStringLiteral("01"));
+        previousTz.isNull() ? void(qunsetenv("TZ")) : void(qputenv("TZ", previousTz));
     }
 
     void consoleEchoAndFailureTexts()
@@ -283,10 +284,10 @@ private slots:
 #ifdef Q_OS_UNIX
         // Under the C locale Qt's local 8-bit encoding stays UTF-8, and so do
         // the echo and the line.
-        {
-            const TWTest::ScopedEnv locale("LC_ALL", "C");
-            result = echo(dir.path(), true, QtInfoMsg, {QStringLiteral("\u00e9t\u00e9 \u65e5")});
-        }
+        const QByteArray previous = qgetenv("LC_ALL");
+        qputenv("LC_ALL", "C");
+        result = echo(dir.path(), true, QtInfoMsg, {QStringLiteral("\u00e9t\u00e9 \u65e5")});
+        previous.isNull() ? void(qunsetenv("LC_ALL")) : void(qputenv("LC_ALL", previous));
         QCOMPARE(result.out, QByteArray("\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\n"));
         QVERIFY(dir.readFile(QStringLiteral("twoutput_0000.log")).contains(" INFO     - \xc3\xa9t\xc3\xa9 \xe6\x97\xa5    "));
 #endif

@@ -165,23 +165,6 @@ public:
     QStringList keys;
 };
 
-/*! An environment variable set to \a value (or left as it is) while the object lives, then put back. */
-class ScopedEnv
-{
-public:
-    explicit ScopedEnv(const char* name, const char* value = nullptr) : _name(name), _previous(qgetenv(name))
-    {
-        if (value)
-            qputenv(name, value);
-    }
-    ~ScopedEnv() { _previous.isNull() ? void(qunsetenv(_name)) : void(qputenv(_name, _previous)); }
-    Q_DISABLE_COPY(ScopedEnv)
-
-private:
-    const char* _name;
-    QByteArray _previous;
-};
-
 /*! Runs \a body(0) to \a body(count - 1) on as many threads at once and waits for all of them. */
 inline bool runThreads(int count, const std::function<void(int)>& body)
 {
