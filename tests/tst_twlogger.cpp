@@ -1,3 +1,4 @@
+#include <twconfig.h>
 #include <twlogger.h>
 
 #include "twtestsupport.h"
@@ -71,6 +72,25 @@ TWTest::ProcessResult echo(const QString& dir, bool console, QtMsgType level, co
                               QStringList{dir, QString::number(console), QString::number(level)} + messages);
 }
 
+enum Setting { File, DateFormat, MaxSize, Separator, Echo, Levels };
+
+// What readFromConfig may change, in the order of Setting.
+QStringList settings(const TWLogger& logger)
+{
+    QStringList levels;
+    for (int level : logger.acceptedLogLevelList())
+        levels << QString::number(level);
+    return {logger.file(), logger.dateFormat(), QString::number(logger.maxFileSize()), logger.lineEndSepa(),
+            QString::number(logger.isConsoleOutput()), levels.join(u',')};
+}
+
+bool applyIni(const TWTest::TempWorkDir& dir, TWLogger& logger, const QByteArray& ini)
+{
+    TW::TWConfig config;
+    return dir.writeFile(QStringLiteral("log.ini"), ini) && config.load(QStringLiteral("log.ini"))
+        && logger.readFromConfig(QStringLiteral("L"), &config);
+}
+
 } // namespace
 
 class TstTWLogger : public QObject
@@ -78,42 +98,6 @@ class TstTWLogger : public QObject
     Q_OBJECT
 
 private slots:
-    void lineShape_data()
-    {
-        QTest::addColumn<QString>("msg");
-        QTest::addColumn<int>("line");
-        QTest::addColumn<QString>("tail"); // everything after the date
-        const QString shape = QStringLiteral(" WARNING  - %1 - in 'src/file.cpp' file, line: %2, function: 'void f(int)'");
-        const auto row = [&shape](int length, int line, const char* lineText) {
-            const QString msg(length, QLatin1Char('m'));
-            QTest::addRow("%d chars, line %d", length, line) << msg << line << shape.arg(msg.leftJustified(500), QLatin1String(lineText));
-        };
-        row(0, 7, "00007");
-        row(499, 12345, "12345");
-        row(500, 0, "00000");
-        row(501, 100000, "100000");
-        // Markers in the message take the values meant for the rest of the line.
-        const QString pad(498, QLatin1Char(' '));
-        QTest::newRow("%4 takes the file path too") << QStringLiteral("%4") << 7
-            << QStringLiteral(" WARNING  - src/file.cpp%1 - in 'src/file.cpp' file, line: 00007, function: 'void f(int)'").arg(pad);
-        QTest::newRow("%1 shifts the later values") << QStringLiteral("%1") << 7
-            << QStringLiteral(" WARNING  - src/file.cpp%1 - in '00007' file, line: void f(int), function: '%6'").arg(pad);
-    }
-
-    void lineShape()
-    {
-        QFETCH(QString, msg);
-        QFETCH(int, line);
-        TWTest::TempWorkDir dir;
-        auto logger = makeLogger(dir.path());
-        QVERIFY(log(*logger, msg, QtWarningMsg, line));
-        const QStringList lines = linesOf(dir, QStringLiteral("twoutput_0000.log"));
-        QCOMPARE(lines.size(), 1);
-        static const QRegularExpression date(QStringLiteral("^\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d$"));
-        QVERIFY2(date.match(lines.first().left(21)).hasMatch(), qPrintable(lines.first().left(21)));
-        QTEST(lines.first().mid(21), "tail");
-    }
-
     // Every kind of text in every place of the line gives the bytes of the
     // QString::arg calls that define it.
     void bytesMatchTheDefinition_data()
@@ -159,17 +143,13 @@ private slots:
             QStringLiteral("void \u65e5(") + high + QStringLiteral(")"));
         row("no location", defaultDate, QStringLiteral("from Qt"), QString(), 0, QString());
         row("line -1", defaultDate, QStringLiteral("msg"), src, -1);
-        row("line -99999", defaultDate, QStringLiteral("msg"), src, -99999);
         row("line INT_MIN", defaultDate, QStringLiteral("msg"), src, std::numeric_limits<int>::min());
         row("line INT_MAX", defaultDate, QStringLiteral("msg"), src, std::numeric_limits<int>::max());
-        row("line 99999", defaultDate, QStringLiteral("msg"), src, 99999);
+        row("line 100000", defaultDate, QStringLiteral("msg"), src, 100000);
         row("empty date format", QString(), QStringLiteral("msg"));
-        row("quoted date", QStringLiteral("'x'"), QStringLiteral("msg"));
-        row("date of names", QStringLiteral("ddd MMMM"), QStringLiteral("msg"));
         row("date with a marker", QStringLiteral("'%1'"), QStringLiteral("msg"));
         row("date with a percent", QStringLiteral("yyyy%MM"), QStringLiteral("msg"));
         row("non-ASCII date", QStringLiteral("\u00e9 HH:mm \u65e5") + low, QStringLiteral("msg"));
-        row("numbers without padding", QStringLiteral("d.M.yy h:m:s"), QStringLiteral("msg"));
         row("empty separator", defaultDate, QStringLiteral("msg"), src, 7, fn, QString());
         row("non-ASCII separator", defaultDate, QStringLiteral("msg"), src, 7, fn, QStringLiteral("\u00b6\n"));
     }
@@ -234,22 +214,22 @@ private slots:
         QCOMPARE(linesOf(dir, QStringLiteral("twoutput_0000.log")).size(), lines.size());
     }
 
+    // With a fixed date the line is known: markers in the message take the
+    // values meant for the rest of the line, a zero ends the line early, and a
+    // line feed goes in as it is.
     void bytesOfTheLine()
     {
         TWTest::TempWorkDir dir;
         auto logger = makeLogger(dir.path());
         logger->setDateFormat(QStringLiteral("'x'"));
-        QVERIFY(log(*logger, QStringLiteral("caf\u00e9 \u65e5\u672c")));
-        QVERIFY(log(*logger, QStringLiteral("cut here") + QChar(0) + QStringLiteral("lost")));
-        QVERIFY(log(*logger, QStringLiteral("two\nlines")));
+        QVERIFY(log(*logger, QStringLiteral("%4")) && log(*logger, QStringLiteral("%1")));
+        QVERIFY(log(*logger, QStringLiteral("cut here") + QChar(0) + QStringLiteral("lost")) && log(*logger, QStringLiteral("two\nlines")));
         // The new date format opened the file at once; with no file before, that is 0000.
-        const QByteArray bytes = dir.readFile(QStringLiteral("twoutput_0000.log"));
-        const QList<QByteArray> lines = bytes.split('\n');
-        QCOMPARE(lines.size(), 5);
-        QVERIFY(lines.at(0).startsWith("x INFO     - caf\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac    "));
-        QCOMPARE(lines.at(1), QByteArray("x INFO     - cut here\r"));
-        QCOMPARE(lines.at(2), QByteArray("x INFO     - two"));
-        QVERIFY(lines.at(3).startsWith("lines   "));
+        const QString moved = QStringLiteral("x INFO     - src/file.cpp") + QString(498, u' ');
+        QCOMPARE(linesOf(dir, QStringLiteral("twoutput_0000.log")).mid(0, 3),
+                 QStringList({moved + " - in 'src/file.cpp' file, line: 00007, function: 'void f(int)'",
+                              moved + " - in '00007' file, line: void f(int), function: '%6'", "x INFO     - cut here"}));
+        QVERIFY(dir.readFile(QStringLiteral("twoutput_0000.log")).contains("\r\nx INFO     - two\nlines    "));
     }
 
     void dateFormatMatchesQt()
@@ -277,10 +257,7 @@ private slots:
         }
         qputenv("TZ", "Europe/Berlin"); // the zone really changed
         QCOMPARE(TW::Internal::formatLocalDateTime(1, QStringLiteral("hh")), QStringLiteral("01"));
-        if (previousTz.isNull())
-            qunsetenv("TZ");
-        else
-            qputenv("TZ", previousTz);
+        previousTz.isNull() ? void(qunsetenv("TZ")) : void(qputenv("TZ", previousTz));
     }
 
     void consoleEchoAndFailureTexts()
@@ -310,13 +287,20 @@ private slots:
         const QByteArray previous = qgetenv("LC_ALL");
         qputenv("LC_ALL", "C");
         result = echo(dir.path(), true, QtInfoMsg, {QStringLiteral("\u00e9t\u00e9 \u65e5")});
-        if (previous.isNull())
-            qunsetenv("LC_ALL");
-        else
-            qputenv("LC_ALL", previous);
+        previous.isNull() ? void(qunsetenv("LC_ALL")) : void(qputenv("LC_ALL", previous));
         QCOMPARE(result.out, QByteArray("\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\n"));
         QVERIFY(dir.readFile(QStringLiteral("twoutput_0000.log")).contains(" INFO     - \xc3\xa9t\xc3\xa9 \xe6\x97\xa5    "));
 #endif
+
+        // A counter that is no number stops the logger, and every line tries again.
+        const QByteArray written = dir.readFile(QStringLiteral("twoutput_0000.log"));
+        QVERIFY(dir.writeFile(QStringLiteral("twoutput_old.log")));
+        result = echo(dir.path(), false, QtInfoMsg, {QStringLiteral("one"), QStringLiteral("two")});
+        QCOMPARE(result.exitCode, 1);
+        const QStringList stopped = QString::fromUtf8(result.out).split(QLatin1Char('\n'));
+        QVERIFY(stopped.value(1).startsWith(QStringLiteral("Error on initialize log file! Last log message:")));
+        QCOMPARE(stopped.value(0) + stopped.value(2), QStringLiteral("Invalid log file counter:old").repeated(2));
+        QCOMPARE(dir.readFile(QStringLiteral("twoutput_0000.log")), written);
     }
 
     void numberingAfterRestart_data()
@@ -359,20 +343,6 @@ private slots:
         QVERIFY(linesOf(dir, rotated, QStringLiteral("\n")).last().contains(QLatin1String("rotates")));
         for (const QString& name : existing) // nothing is renamed or removed
             QVERIFY(dir.files().contains(name));
-    }
-
-    void invalidCounterStopsTheLogger()
-    {
-        TWTest::TempWorkDir dir;
-        QVERIFY(dir.writeFile(QStringLiteral("twoutput_0001.log")));
-        QVERIFY(dir.writeFile(QStringLiteral("twoutput_old.log")));
-        const auto result = echo(dir.path(), false, QtInfoMsg, {QStringLiteral("one"), QStringLiteral("two")});
-        QCOMPARE(result.exitCode, 1);
-        const QStringList out = QString::fromUtf8(result.out).split(QLatin1Char('\n'));
-        QCOMPARE(out.value(0), QStringLiteral("Invalid log file counter:old"));
-        QVERIFY(out.value(1).startsWith(QStringLiteral("Error on initialize log file! Last log message:")));
-        QCOMPARE(out.value(2), QStringLiteral("Invalid log file counter:old")); // every line tries again
-        QCOMPARE(dir.readFile(QStringLiteral("twoutput_0001.log")), QByteArray());
     }
 
     void rotationAtTheLimit_data()
@@ -510,6 +480,68 @@ private slots:
         }
         QCOMPARE(seen.size(), Threads * PerThread);
         QVERIFY(dir.files().size() > 1);
+    }
+
+    // Settings read from a configuration file.
+    void apply_data()
+    {
+        QTest::addColumn<QByteArray>("ini"); // null: no configuration handler at all
+        QTest::addColumn<int>("setting");    // the one that changes, or -1
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<QString>("messages"); // "C " critical or "W " warning and the text
+        const auto row = [](const char* name, const char* ini, int setting, const char* value, const char* messages = "") {
+            QTest::newRow(name) << QByteArray(ini) << setting << QString::fromLatin1(value) << QString::fromLatin1(messages);
+        };
+        row("null handler", nullptr, -1, "", "C Config handler must be defined!");
+        row("empty file", "", -1, "");
+        row("CrLf", "L.LogLineEndSeparator = CrLf", Separator, "\r\n");
+        row("Cr", "L.LogLineEndSeparator = Cr", Separator, "\r");
+        row("lF", "L.LogLineEndSeparator = lF", Separator, "\n");
+        row("other word keeps its case", "L.LogLineEndSeparator = Lf2", Separator, "Lf2");
+        row("words, number, unknown", "L.LogAcceptedLevels = INFO, 7, bogus", Levels, "4,7", "W Unknown log level: 'BOGUS'!");
+        row("any case, blanks, repeats", "L.LogAcceptedLevels = debug ,  Warning,critical, FATAL, 3", Levels, "0,1,2,3");
+        row("present but empty", "L.LogAcceptedLevels =", Levels, "", "W Unknown log level: ''!");
+        row("size", "L.LogMaxFileSize = 2048", MaxSize, "2048");
+        row("size zero keeps", "L.LogMaxFileSize = 0", -1, "");
+        row("size negative keeps", "L.LogMaxFileSize = -5", -1, "");
+    }
+
+    void apply()
+    {
+        QFETCH(QByteArray, ini);
+        QFETCH(int, setting);
+        QFETCH(QString, value);
+        TWTest::TempWorkDir dir;
+        TWLogger logger;
+        logger.setConsoleOutput(false); // the present value is the default of its key
+        logger.addAcceptedLogLevel(QtDebugMsg); // a level list replaces, it does not merge
+        QStringList expected = settings(logger);
+        if (setting >= 0)
+            expected[setting] = value;
+        TWTest::MessageCapture capture;
+        QCOMPARE(ini.isNull() ? logger.readFromConfig(QStringLiteral("L"), nullptr) : applyIni(dir, logger, ini), !ini.isNull());
+        QCOMPARE(settings(logger), expected);
+        QTEST(capture.lines().join(u'\n'), "messages");
+    }
+
+    void secondCallRotatesNothing()
+    {
+        TWTest::TempWorkDir dir;
+        QVERIFY(QDir().mkdir(QStringLiteral("logs")));
+        const QByteArray ini = "L.LogFilePath = logs/app.log\nL.LogDateFormat = yyyy\nL.LogLineEndSeparator = LF\n"
+                               "L.LogConsoleOutput = false\nL.LogAcceptedLevels = DEBUG\n";
+        TWLogger logger;
+        QVERIFY(applyIni(dir, logger, ini));
+        logger.addAcceptedLogLevel(9); // rebuilt by the second call
+        QVERIFY(applyIni(dir, logger, ini));
+        const QString file = QDir::current().absoluteFilePath(QStringLiteral("logs/app.log"));
+        QCOMPARE(settings(logger), QStringList({file, "yyyy", "10485760", "\n", "0", "0"}));
+        QVERIFY(logger.writeLog(QStringLiteral("line"), QtDebugMsg, QString(), 1, QString()));
+        // The new date format and separator each advanced the number once, at the first call only.
+        QCOMPARE(QDir(QStringLiteral("logs")).entryList(QDir::Files), QStringList({"app_0000.log", "app_0001.log"}));
+        QCOMPARE(dir.readFile(QStringLiteral("logs/app_0000.log")), QByteArray());
+        const QByteArray written = dir.readFile(QStringLiteral("logs/app_0001.log"));
+        QVERIFY(written.contains("DEBUG    - line ") && written.endsWith("'\n") && written.count('\n') == 1);
     }
 };
 

@@ -49,10 +49,7 @@ private slots:
 
     void metaObjects()
     {
-        const auto describe = [](const QMetaObject& mo) {
-            return QStringLiteral("%1 : %2; ").arg(mo.className(), mo.superClass()->className())
-                + TWTest::metaMethods(&mo).join(QStringLiteral("; "));
-        };
+        using TWTest::describe;
         QCOMPARE(describe(TWThreadWorkerIface::staticMetaObject),
                  "TWThreadWorkerIface : QObject; public signal void finished(); public slot void process()");
         QCOMPARE(describe(TWThread::staticMetaObject),

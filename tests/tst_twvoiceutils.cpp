@@ -78,16 +78,12 @@ class TstTWVoiceUtils : public QObject
 private slots:
     void objectAndConstants()
     {
+        QCOMPARE(TWTest::describe(TWVoiceUtils::staticMetaObject), QStringLiteral("TW::TWVoiceUtils : QObject"));
         TWVoiceUtils utils;
-        QCOMPARE(utils.metaObject()->className(), "TW::TWVoiceUtils");
-        QCOMPARE(utils.qt_metacast("TWObject"), static_cast<void*>(static_cast<TW::TWObject*>(&utils)));
-        QVERIFY(utils.name().startsWith(QLatin1String("TWObject")));
-        QVERIFY(TWTest::metaMethods(utils.metaObject()).isEmpty());
-        QCOMPARE(TWVoiceUtils::TWSS8MUL, 127.5f);
-        QCOMPARE(TWVoiceUtils::TWSS32MUL, 2147483648.0f);
-        QCOMPARE(TWVoiceUtils::TWSSFMUL, std::numeric_limits<float>::max());
-        QCOMPARE(TWVoiceUtils::midiNoteToFrequency(69.0), 440.0);
-        QCOMPARE(TWVoiceUtils::midiNoteToFrequency(81.0), 880.0);
+        QVERIFY(utils.qt_metacast("TWObject") && utils.name().startsWith(QLatin1String("TWObject")));
+        // The 8-bit scale is not pinned by the sample rows: 127 would give the same bytes there.
+        QVERIFY(TWVoiceUtils::TWSS8MUL == 127.5f && TWVoiceUtils::TWSSFMUL == std::numeric_limits<float>::max());
+        QVERIFY(TWVoiceUtils::midiNoteToFrequency(69.0) == 440.0 && TWVoiceUtils::midiNoteToFrequency(81.0) == 880.0);
         QVERIFY(qAbs(TWVoiceUtils::minFrequency() - 8.1758) < 1e-4 && qAbs(TWVoiceUtils::maxFrequency() - 12543.854) < 1e-3);
     }
 
@@ -154,12 +150,10 @@ private slots:
         QFETCH(double, frequency);
         QFETCH(double, expected);
         QCOMPARE(TWVoiceUtils::convertFrequency(frequency, table(entries)), expected);
-    }
-
-    void convertFrequencies()
-    {
-        const QList<TWVoice> in = voices("150/0.5/1 250/0.25/2");
-        QCOMPARE(str(TWVoiceUtils::convertFrequencies(in, table("100>1 200>2 300>3"))), QStringLiteral("1/0.5/1 2.5/0.25/2"));
+        // The list form changes each frequency alone.
+        QList<TWVoice> list = voices("1/0.5/9 1/0.25/2");
+        list[0].frequency = frequency;
+        QCOMPARE(str(TWVoiceUtils::convertFrequencies(list, table(entries))), QStringLiteral("%1/0.5/9 %2/0.25/2").arg(expected).arg(TWVoiceUtils::convertFrequency(1, table(entries))));
     }
 
     void addVoiceToVoices_data()

@@ -14,6 +14,15 @@
 
 namespace TWTest {
 
+/*! A palette of the given colour words. */
+inline QList<TWColor> colors(std::initializer_list<QRgb> words)
+{
+    QList<TWColor> out;
+    for (QRgb w : words)
+        out << TWColor(w);
+    return out;
+}
+
 /*! An 18-byte TGA header; \a description carries the origin bit (0x20 = top down). */
 struct TgaHeader
 {

@@ -17,6 +17,13 @@
 #include <memory>
 #include <vector>
 
+#ifdef Q_OS_LINUX
+#  include <sys/mount.h>
+#  include <unistd.h>
+#else
+#  define MS_RDONLY 1 // nothing is mounted there
+#endif
+
 namespace TWTest {
 
 /*! A fresh temporary folder that is the current folder while the object lives. */
@@ -197,27 +204,69 @@ inline ProcessResult runTool(const QString& arguments, const QString& folder)
 }
 #endif
 
+/*!
+ * Whether \a r ended with \a exitCode and shows \a text: on standard output
+ * after a success, on standard error otherwise. Prints both streams when not.
+ */
+inline bool ended(const ProcessResult& r, int exitCode, const QByteArray& text = {})
+{
+    if (r.exitCode == exitCode && (exitCode ? r.err : r.out).contains(text))
+        return true;
+    qWarning("exit code %d\nout: %s\nerr: %s", r.exitCode, r.out.constData(), r.err.constData());
+    return false;
+}
+
+/*! A tmpfs of \a options ("size=16k") on a temporary folder while it lives; mounted for root on Linux only. */
+class Tmpfs
+{
+public:
+    explicit Tmpfs(const char* options, unsigned long flags = 0)
+    {
+#ifdef Q_OS_LINUX
+        _mounted = geteuid() == 0 && ::mount("tmpfs", QFile::encodeName(path()).constData(), "tmpfs", flags, options) == 0;
+#else
+        Q_UNUSED(options) Q_UNUSED(flags)
+#endif
+    }
+    ~Tmpfs()
+    {
+#ifdef Q_OS_LINUX
+        if (_mounted)
+            ::umount(QFile::encodeName(path()).constData());
+#endif
+    }
+    bool mounted() const { return _mounted; }
+    QString path() const { return _dir.path(); }
+
+private:
+    QTemporaryDir _dir;
+    bool _mounted = false;
+};
+
 /*! Path of a helper program built beside the tests. */
 inline QString helperPath(const QString& name)
 {
     return QStringLiteral(TW_TEST_HELPER_DIR "/") + name;
 }
 
-/*! The methods that \a mo adds to its base, in order: "public signal void release(TWThread* pThread)". */
-inline QStringList metaMethods(const QMetaObject* mo)
+/*!
+ * A class as its meta-object shows it: its name, its base's and the methods it
+ * adds, in order: "TW::TWThread : QThread; public signal void release(TWThread* pThread); ...".
+ */
+inline QString describe(const QMetaObject& mo)
 {
     static const char* const access[] = {"private", "protected", "public"};
     static const char* const kind[] = {"method", "signal", "slot", "constructor"};
-    QStringList out;
-    for (int i = mo->methodOffset(); i < mo->methodCount(); ++i) {
-        const QMetaMethod m = mo->method(i);
+    QStringList out{QStringLiteral("%1 : %2").arg(QLatin1String(mo.className()), QLatin1String(mo.superClass()->className()))};
+    for (int i = mo.methodOffset(); i < mo.methodCount(); ++i) {
+        const QMetaMethod m = mo.method(i);
         QStringList params;
         for (int p = 0; p < m.parameterCount(); ++p)
             params << QString::fromLatin1(m.parameterTypes().at(p) + ' ' + m.parameterNames().at(p));
         out << QStringLiteral("%1 %2 %3 %4(%5)").arg(QLatin1String(access[m.access()]), QLatin1String(kind[m.methodType()]),
                                                      QLatin1String(m.typeName()), QLatin1String(m.name()), params.join(QStringLiteral(", ")));
     }
-    return out;
+    return out.join(QStringLiteral("; "));
 }
 
 } // namespace TWTest
