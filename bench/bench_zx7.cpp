@@ -12,7 +12,8 @@
 // --benchmark_enable_random_interleaving=true to mix the rows further; at the
 // end each input's two rates in MB/s and their ratio are printed (medians when
 // repeated), with the load average before and after, since the rows are only
-// as steady as the machine.
+// as steady as the machine. The ratio is steadier measured in pairs:
+// --pairs=N runs only that comparison, N pairs per input (see comparePaired).
 #include "twzx7reference.h"
 
 #include <twzx7.h>
@@ -26,10 +27,15 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -257,6 +263,57 @@ public:
     QString loadBefore = loadAverage();
 };
 
+double threadSeconds()
+{
+    timespec t;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+/*
+ * The ratio measured in pairs: the two encoders compress the same bytes one
+ * right after the other, in turns, so that each pair shares the state of the
+ * machine, and the order alternates from pair to pair. The median of the
+ * pairs' ratios then stays put where the medians of each side, taken apart,
+ * move with whatever else the machine runs. Prints the median rates, the
+ * median ratio and the middle half of the ratios.
+ */
+void comparePaired(const QList<std::pair<QString, QByteArray>>& inputs, int pairs)
+{
+    std::printf("%-20s %10s %10s %10s %8s %14s\n", "input", "bytes", "reference", "TWZX7", "ratio", "middle half");
+    for (const auto& [name, data] : inputs) {
+        std::vector<double> theirs, ours, ratios;
+        for (int k = 0; k < pairs; ++k) {
+            double reference = 0, library = 0;
+            for (int side = 0; side < 2; ++side) {
+                const double start = threadSeconds();
+                if ((side + k) % 2 == 0) {
+                    benchmark::DoNotOptimize(TWTest::zx7ReferenceCompress(data, 0).stream.constData());
+                    reference = threadSeconds() - start;
+                } else {
+                    benchmark::DoNotOptimize(TW::TWZX7::compress(data, 0).constData());
+                    library = threadSeconds() - start;
+                }
+            }
+            theirs.push_back(reference);
+            ours.push_back(library);
+            ratios.push_back(reference / library);
+        }
+        std::sort(ratios.begin(), ratios.end());
+        const double megabytes = double(data.size()) / 1e6;
+        std::printf("%-20s %10lld %5.1f MB/s %5.1f MB/s %7.2fx %6.2fx-%5.2fx\n", qPrintable(name), qint64(data.size()),
+                    megabytes / median(theirs), megabytes / median(ours), median(ratios), ratios[ratios.size() / 4],
+                    ratios[(3 * ratios.size()) / 4]);
+    }
+    std::printf("load average after: %s\n", qPrintable(loadAverage()));
+}
+
 } // namespace
 
 
@@ -266,6 +323,16 @@ BENCHMARK(BM_DecompressBounded)->Apply(sizesAndKinds);
 
 int main(int argc, char** argv)
 {
+    // --pairs=N: only the paired comparison with the reference, N pairs per input.
+    int pairs = 0;
+    for (int k = 1; k < argc; ++k) {
+        if (std::strncmp(argv[k], "--pairs=", 8) == 0) {
+            pairs = std::max(1, std::atoi(argv[k] + 8));
+            std::copy(argv + k + 1, argv + argc, argv + k);
+            --argc;
+            break;
+        }
+    }
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
 
@@ -291,6 +358,8 @@ int main(int argc, char** argv)
             std::fprintf(stderr, "%s: TWZX7::compress differs from the reference encoder\n", key.c_str());
             return 1;
         }
+        if (pairs > 0)
+            continue;
         reporter.sizes[key] = data.size();
         benchmark::RegisterBenchmark(("peer/" + key + "/reference").c_str(), compressWithReference, data)
             ->Unit(benchmark::kMillisecond);
@@ -298,6 +367,11 @@ int main(int argc, char** argv)
             ->Unit(benchmark::kMillisecond);
     }
 
+    if (pairs > 0) {
+        std::printf("load average before: %s\n", qPrintable(loadAverage()));
+        comparePaired(inputs, pairs);
+        return 0;
+    }
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;
