@@ -441,7 +441,7 @@ inline quint32 key4(const uchar* in, qsizetype i)
  * period, and the bytes between them repeat with that period. The window
  * never holds more than Window entries, but the heads are four times as
  * many: an entry whose bytes only hash alike is one more step of a walk, and
- * with fewer heads such steps took a tenth of the time on text.
+ * with a quarter of the heads the whole encoder ran about 6% slower.
  */
 constexpr int HeadBits = 14;
 
