@@ -21,6 +21,8 @@
 // --only runs one writer (library, spdlog, fprintf or write), for a profiler.
 // The folder defaults to a temporary one (TMPDIR); give --dir /dev/shm to
 // measure on tmpfs.
+#include "benchrates.h"
+
 #include <twlogger.h>
 
 #include <QtCore/QDateTime>
@@ -51,6 +53,9 @@
 #include <vector>
 
 namespace {
+
+using TWBench::loadAverage;
+using TWBench::median;
 
 enum Writer { Library, Spdlog, Fprintf, Write, WriterCount };
 const char* const writerNames[WriterCount] = {"TWLogger::writeLog", "spdlog", "fprintf + fflush", "write(2)"};
@@ -252,21 +257,6 @@ QByteArray firstLine(Writer writer, const QString& base)
     }
     QDir(folder).removeRecursively();
     return line;
-}
-
-double median(std::vector<double> values)
-{
-    if (values.empty())
-        return 0;
-    std::sort(values.begin(), values.end());
-    const size_t n = values.size();
-    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
-}
-
-QByteArray loadAverage()
-{
-    QFile file(QStringLiteral("/proc/loadavg"));
-    return file.open(QIODevice::ReadOnly) ? file.readAll().split(' ').mid(0, 3).join(' ') : QByteArray("?");
 }
 
 bool writerBuilt(Writer writer)

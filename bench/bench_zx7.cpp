@@ -229,14 +229,6 @@ void compressWithLibrary(benchmark::State& state, const QByteArray& data)
     state.counters["MB/s"] = benchmark::Counter(double(data.size()) / 1e6, benchmark::Counter::kIsIterationInvariantRate);
 }
 
-QString loadAverage()
-{
-    QFile file(QStringLiteral("/proc/loadavg"));
-    if (!file.open(QIODevice::ReadOnly))
-        return QStringLiteral("unknown");
-    return QString::fromLatin1(file.readLine()).section(QLatin1Char(' '), 0, 2);
-}
-
 // Prints the usual table, then each input's two rates and their ratio.
 class RatioReporter : public TWBench::MedianRates
 {
@@ -256,11 +248,11 @@ public:
                 std::printf("%-20s %10lld %5.1f MB/s %5.1f MB/s %7.2fx\n", input.c_str(), sizes[input], theirs->second,
                             ours->second, ours->second / theirs->second);
         }
-        std::printf("load average before: %s, after: %s\n", qPrintable(loadBefore), qPrintable(loadAverage()));
+        std::printf("load average before: %s, after: %s\n", loadBefore.constData(), TWBench::loadAverage().constData());
     }
 
     std::map<std::string, long long> sizes;
-    QString loadBefore = loadAverage();
+    QByteArray loadBefore = TWBench::loadAverage();
 };
 
 double threadSeconds()
@@ -268,12 +260,6 @@ double threadSeconds()
     timespec t;
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
     return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 /*
@@ -308,10 +294,10 @@ void comparePaired(const QList<std::pair<QString, QByteArray>>& inputs, int pair
         std::sort(ratios.begin(), ratios.end());
         const double megabytes = double(data.size()) / 1e6;
         std::printf("%-20s %10lld %5.1f MB/s %5.1f MB/s %7.2fx %6.2fx-%5.2fx\n", qPrintable(name), qint64(data.size()),
-                    megabytes / median(theirs), megabytes / median(ours), median(ratios), ratios[ratios.size() / 4],
-                    ratios[(3 * ratios.size()) / 4]);
+                    megabytes / TWBench::median(theirs), megabytes / TWBench::median(ours), TWBench::median(ratios),
+                    ratios[ratios.size() / 4], ratios[(3 * ratios.size()) / 4]);
     }
-    std::printf("load average after: %s\n", qPrintable(loadAverage()));
+    std::printf("load average after: %s\n", TWBench::loadAverage().constData());
 }
 
 } // namespace
@@ -368,7 +354,7 @@ int main(int argc, char** argv)
     }
 
     if (pairs > 0) {
-        std::printf("load average before: %s\n", qPrintable(loadAverage()));
+        std::printf("load average before: %s\n", TWBench::loadAverage().constData());
         comparePaired(inputs, pairs);
         return 0;
     }

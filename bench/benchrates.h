@@ -4,16 +4,40 @@
 // The benchmarks that set the library beside a peer print the usual table and
 // then one line per input with both rates and their ratio. This reporter
 // keeps what those lines need: the median of one rate counter for each
-// benchmark name, or the single value when a run was not repeated.
+// benchmark name, or the single value when a run was not repeated. It also
+// holds the two small helpers those benchmarks share: a median and the load
+// average, printed beside the ratios since the rows are only as steady as the
+// machine.
+
+#include <QtCore/QByteArray>
+#include <QtCore/QFile>
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace TWBench {
+
+// The middle value, or the mean of the two middle ones; 0 for none.
+inline double median(std::vector<double> values)
+{
+    if (values.empty())
+        return 0;
+    std::sort(values.begin(), values.end());
+    const size_t n = values.size();
+    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+// The system's load averages over 1, 5 and 15 minutes, or "?".
+inline QByteArray loadAverage()
+{
+    QFile file(QStringLiteral("/proc/loadavg"));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().split(' ').mid(0, 3).join(' ') : QByteArray("?");
+}
 
 class MedianRates : public benchmark::ConsoleReporter
 {
