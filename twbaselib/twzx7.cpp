@@ -804,13 +804,6 @@ inline qsizetype unwrap(qsizetype i, quint32 p)
 }
 
 /*
- * The cheapest sequence that ends at one position i, when the byte pair that
- * ends there ended within reach before: the lengths of each candidate offset
- * are costed against the fewest bits so far, and `best` keeps the cheapest.
- * This is the rarer case where data compresses badly, so it stands apart from
- * the loop over the positions, which stays small.
- */
-/*
  * The cheapest choice so far for one position: a literal, or a sequence at
  * some offset whose cost is that of the longest length of one of its gamma
  * bands (lengths 2, 3-4, 5-8, ..., 32769-65536). The cost of a length is
@@ -896,6 +889,13 @@ struct Best
     }
 };
 
+/*
+ * The sequences that end at one position i, when the byte pair that ends
+ * there ended within reach before: the lengths of each candidate offset are
+ * costed against the fewest bits so far, and `best` keeps the cheapest. Where
+ * data compresses badly this case is the rarer one, so it stands apart from
+ * the loop over the positions, which stays small.
+ */
 struct Candidates
 {
     const uchar* in;
@@ -1121,7 +1121,7 @@ quint64 optimalParse(const uchar* in, qsizetype size, qsizetype skip, Sink& sink
             known = len;
             const uchar next = in[i - len];
             const HashChain& chain = tables->chains[len > 2];
-            quint32 c = chain.heads[(len > 2 ? hash4 : hash3) & ((quint32(1) << HeadBits) - 1)];
+            quint32 c = chain.heads[len > 2 ? hash4 : hash3];
             while (c >= quint32(nearest))
                 c = chain.link[c & WindowMask].next;
             // As in the search, no entry below `low` can match more.
